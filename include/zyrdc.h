@@ -1,0 +1,390 @@
+/*
+ * zyrdc.h - zyrDC: data-compression primitives for x86 processors with SSE2.
+ *
+ * One flat C interface. Every function except zyrdcGetLibVersion returns a ZyrStatus
+ * (0 success, negative error, positive warning with valid outputs) and reports all
+ * other results through pointer arguments. Nothing allocates, nothing keeps global
+ * mutable state: threads may call concurrently on distinct buffers and state records.
+ *
+ * Arguments are checked in a fixed order and the first failure is returned:
+ * required pointers (StatusNullPointer), then lengths and sizes (StatusBadSize), then
+ * the magic word of a state record (StatusBadContext), then arguments drawn from a
+ * fixed set (StatusBadArgument), and only then the data. Functions that depart from
+ * this order say so below. Counts written back through length pointers are written
+ * on success and on warnings; on an error they are left unwritten (bytes already
+ * stored in a destination stay there).
+ *
+ * Buffer sizes are never checked against what a ...GetSize... function reported:
+ * the caller provides at least that much.
+ *
+ * The header is C99 and C++ clean and uses fixed-width types only. On i686 every entry
+ * point realigns its stack, so callers that keep only 4-byte stack alignment are safe.
+ */
+#ifndef ZYRDC_H
+#define ZYRDC_H
+
+#include <stdint.h>
+
+#define ZYRDC_VERSION_MAJOR 2021
+#define ZYRDC_VERSION_MINOR 11
+#define ZYRDC_VERSION_UPDATE 0
+
+#if defined(__GNUC__) || defined(__clang__)
+#  if defined(__i386__)
+#    define ZYRDC_API __attribute__((visibility("default"), force_align_arg_pointer))
+#  else
+#    define ZYRDC_API __attribute__((visibility("default")))
+#  endif
+#else
+#  define ZYRDC_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---------------------------------------------------------------------------------- */
+/* Status codes                                                                        */
+/* ---------------------------------------------------------------------------------- */
+
+typedef int32_t ZyrStatus;
+
+enum {
+    StatusOk = 0,                  /* success */
+    StatusError = -2,              /* generic failure; input data inconsistent */
+    StatusStreamExhausted = -4,    /* a bit stream ran past its end */
+    StatusBadArgument = -5,        /* an argument outside its allowed set (level, flag, ...) */
+    StatusBadSize = -6,            /* a length, size or count out of range */
+    StatusNullPointer = -8,        /* a required pointer is null */
+    StatusBadContext = -13,        /* a state record lacks its identifying magic word */
+    StatusBadAcceleration = -16,   /* zyrsEncodeLZ4Fast_8u: acceleration below 1 */
+    StatusBadHuffmanCode = -200,   /* code lengths do not form a valid Huffman code */
+    StatusCorruptStream = -214,    /* the compressed stream is malformed */
+    StatusSrcExhausted = 32,       /* warning: the source ended before the job was complete */
+    StatusDstFull = 33,            /* warning: destination full; output valid, call resumable */
+    StatusBwtSortAbandoned = 47    /* warning: budgeted BWT sort gave up; no output produced */
+};
+
+/* ---------------------------------------------------------------------------------- */
+/* Records                                                                             */
+/* ---------------------------------------------------------------------------------- */
+
+/* The library's static, read-only identification (never written or freed by callers). */
+typedef struct VersionRecord {
+    int32_t major;            /* 2021 */
+    int32_t minor;            /* 11 */
+    int32_t update;           /* 0 */
+    int32_t revision;         /* source revision, bit pattern 0xcd107b02 */
+    char processorCode[4];    /* "q4": the SSE2 level this build is optimised for */
+    const char* name;         /* "zyrDC SSE2 (q4)" */
+    const char* version;      /* "2021.11.0 (r0xcd107b02)" */
+    const char* buildDate;    /* "Jan 30 2024" */
+} VersionRecord;
+
+/* Deflate per-symbol record: a frequency count while statistics are gathered, the
+ * bit-reversed canonical code (first bit to send in bit 0) once codes are built.
+ * Tables hold 286 literal/length or 30 distance entries. */
+typedef struct HuffCodeEntry {
+    uint16_t code;            /* frequency count, or the code in transmission order */
+    uint16_t len;             /* code length in bits, 0..15; 0 for an unused symbol */
+} HuffCodeEntry;
+
+/* Search parameters of zyrsDeflateLZ77Fast_8u and zyrsDeflateLZ77Slow_8u. */
+typedef struct LZ77Params {
+    int32_t maxChain;         /* chain candidates per position (Fast: 0 = single probe) */
+    int32_t goodLength;       /* a match this long cuts the remaining budget to a quarter */
+    int32_t niceLength;       /* a match this long ends the search */
+    int32_t maxInsertLength;  /* Fast: longest match whose positions are hashed;
+                                 Slow: lazy search only below this previous length */
+} LZ77Params;
+
+/* Inflate decoding tables built by zyrsInflateBuildHuffTable: ten header words
+ * (word 2 table kind, word 8 longest literal/length code, word 9 longest distance
+ * code; words 0, 1 and 4..7 belong to the decoder), then the tables from byte 40. */
+typedef struct InflateHuffTable {
+    uint32_t header[10];
+    uint16_t tables[3584];
+} InflateHuffTable;       /* 7208 bytes */
+
+/* LZSS coder state, used by either direction; obtain its size from zyrsLZSSGetSize_8u
+ * and place it in suitably aligned caller memory. */
+typedef struct LzssState LzssState;
+
+/* ZFP stream state: 560 bytes in the i686 build; in the x86-64 build the four pointer
+ * fields are 8 bytes wide and the record is 576 bytes (the size queries report the
+ * build's true size). Initialise with zyrsEncodeZfpInit_32f / zyrsDecodeZfpInit_32f. */
+typedef struct ZfpState {
+    uint32_t magic;           /* 0x4B617398 once initialised */
+    int32_t minBits;          /* minimum bits per block (blocks are padded), default 0 */
+    int32_t maxBits;          /* maximum bits per block, default 4171 */
+    int32_t maxPrec;          /* maximum bit planes per block, default 64 */
+    int32_t minExp;           /* smallest bit-plane exponent coded, default -10740 */
+    int32_t bitCount;         /* bits held in bitBuffer */
+    uint64_t bitBuffer;       /* bit accumulator, least significant bit first */
+    uint8_t* pCur;            /* next byte of the stream to write or read */
+    uint8_t* pBegin;          /* start of the stream buffer */
+    uint8_t* pEnd;            /* one past the end of the stream buffer */
+    uint8_t* pSafeEnd;        /* pEnd less the largest byte size of one block */
+    float block[64];          /* working block, element (x, y, z) at x + 4y + 16z */
+    int32_t coefficients[64]; /* the block's integer coefficients */
+} ZfpState;
+
+/* ---------------------------------------------------------------------------------- */
+/* Version                                                                             */
+/* ---------------------------------------------------------------------------------- */
+
+/* Pointer to the one static version record; cannot fail, same pointer on every call. */
+ZYRDC_API const VersionRecord* zyrdcGetLibVersion(void);
+
+/* ---------------------------------------------------------------------------------- */
+/* Checksums: running values of any number of pieces equal one call over them all.    */
+/* ---------------------------------------------------------------------------------- */
+
+/* Adler-32 (B<<16 | A, start 1). pAdler null: NullPointer; pSrc null: stores 1 (starts a
+ * checksum) and succeeds; srcLen <= 0 processes nothing but still reduces both halves. */
+ZYRDC_API ZyrStatus zyrsAdler32_8u(const uint8_t* pSrc, int32_t srcLen, uint32_t* pAdler);
+/* CRC-32 of gzip/zip: *pCRC holds the finished CRC (start 0). srcLen <= 0: BadSize. */
+ZYRDC_API ZyrStatus zyrsCRC32_8u(const uint8_t* pSrc, int32_t srcLen, uint32_t* pCRC);
+/* CRC-32C, raw register, never inverted (start 0xFFFFFFFF, invert the end yourself).
+ * Only srcLen == 0 is refused: the length is taken as unsigned, so never pass a negative. */
+ZYRDC_API ZyrStatus zyrsCRC32C_8u(const uint8_t* pSrc, int32_t srcLen, uint32_t* pCRC);
+/* bzip2 block CRC: *pCRC holds the finished CRC (start 0). srcLen <= 0: BadSize. */
+ZYRDC_API ZyrStatus zyrsCRC32_BZ2_8u(const uint8_t* pSrc, int32_t srcLen, uint32_t* pCRC);
+
+/* ---------------------------------------------------------------------------------- */
+/* Deflate matching and Huffman coding, Inflate tables                                 */
+/* ---------------------------------------------------------------------------------- */
+
+/* Greedy LZ77 matcher (chained, or single probe when maxChain is 0): emits literal or
+ * length-3 bytes to pLit and distances to pDist, counts symbols into the frequency tables,
+ * advances source, index and *pDstLen (capacity left). flush >= 2 consumes to the end. */
+ZYRDC_API ZyrStatus zyrsDeflateLZ77Fast_8u(const uint8_t** ppSrc, int32_t* pSrcLen,
+    int32_t* pSrcIdx, const uint8_t* pWindow, uint32_t winSize, int32_t* pHashHead,
+    int32_t* pHashPrev, uint32_t hashSize, HuffCodeEntry* pLitFreq, HuffCodeEntry* pDistFreq,
+    uint8_t* pLit, uint16_t* pDist, int32_t* pDstLen, const LZ77Params* pParams, int32_t flush);
+/* Lazy LZ77 matcher; arguments and results as zyrsDeflateLZ77Fast_8u. */
+ZYRDC_API ZyrStatus zyrsDeflateLZ77Slow_8u(const uint8_t** ppSrc, int32_t* pSrcLen,
+    int32_t* pSrcIdx, const uint8_t* pWindow, uint32_t winSize, int32_t* pHashHead,
+    int32_t* pHashPrev, uint32_t hashSize, HuffCodeEntry* pLitFreq, HuffCodeEntry* pDistFreq,
+    uint8_t* pLit, uint16_t* pDist, int32_t* pDstLen, const LZ77Params* pParams, int32_t flush);
+/* LZ77 matching at level 0..29 (a level above 29 is BadSize, checked first). */
+ZYRDC_API ZyrStatus zyrsDeflateLZ77_8u(const uint8_t** ppSrc, int32_t* pSrcLen,
+    int32_t* pSrcIdx, const uint8_t* pWindow, uint32_t winSize, int32_t* pHashHead,
+    int32_t* pHashPrev, uint32_t hashSize, HuffCodeEntry* pLitFreq, HuffCodeEntry* pDistFreq,
+    uint8_t* pLit, uint16_t* pDist, int32_t* pDstLen, uint32_t level, int32_t flush);
+/* Inserts positions srcIdx.. of pSrc into the hash tables (hashMode 0: rolling 3-byte
+ * hash, head only; otherwise 4-byte tabulation hash, head and chain). */
+ZYRDC_API ZyrStatus zyrsDeflateUpdateHash_8u(const uint8_t* pSrc, uint32_t srcIdx,
+    uint32_t srcLen, int32_t* pHashHead, uint32_t hashSize, int32_t* pHashPrev,
+    uint32_t winSize, uint32_t hashMode);
+/* Copies the last min(dictLen, winSize) dictionary bytes to pWindow and, from 258 bytes
+ * on, hashes them with indexes from 0; compress on with srcIdx = that count. */
+ZYRDC_API ZyrStatus zyrsDeflateDictionarySet_8u(const uint8_t* pDict, uint32_t dictLen,
+    int32_t* pHashHead, int32_t hashSize, int32_t* pHashPrev, uint8_t* pWindow,
+    uint32_t winSize, uint32_t hashMode);
+/* Appends the Huffman codes of srcLen matcher entries to pDst at *pDstIdx through the
+ * caller's bit accumulator (*pCode, *pCodeLenBits); no capacity check: allow 6 bytes an
+ * entry plus 2. */
+ZYRDC_API ZyrStatus zyrsDeflateHuff_8u(const uint8_t* pLitSrc, const uint16_t* pDistSrc,
+    uint32_t srcLen, uint16_t* pCode, uint32_t* pCodeLenBits,
+    const HuffCodeEntry* pLitHuffCodes, const HuffCodeEntry* pDistHuffCodes, uint8_t* pDst,
+    uint32_t* pDstIdx);
+/* Validates nLitLen literal/length then nDistLen distance code lengths (<= 288, <= 30)
+ * and builds single- or two-level Inflate decoding tables; invalid sets: BadHuffmanCode. */
+ZYRDC_API ZyrStatus zyrsInflateBuildHuffTable(const uint16_t* pCodeLens, uint32_t nLitLen,
+    uint32_t nDistLen, InflateHuffTable* pTable);
+
+/* ---------------------------------------------------------------------------------- */
+/* LZ4 blocks                                                                          */
+/* ---------------------------------------------------------------------------------- */
+
+/* Decodes one block; *pDstLen: capacity in, bytes written out. SrcExhausted / DstFull
+ * report a short source / full destination with valid output; bad offsets: Error. */
+ZYRDC_API ZyrStatus zyrsDecodeLZ4_8u(const uint8_t* pSrc, int32_t srcLen, uint8_t* pDst,
+    int32_t* pDstLen);
+/* Decodes one block into pDst from dstIdx, with history in place (pDict ends at
+ * pDst + dstIdx) or in a separate dictionary; a null or empty pDict means no history. */
+ZYRDC_API ZyrStatus zyrsDecodeLZ4Dict_8u(const uint8_t* pSrc, int32_t* pSrcLen, uint8_t* pDst,
+    int32_t dstIdx, int32_t* pDstLen, const uint8_t* pDict, int32_t dictSize);
+/* Writes the hash-table size of the LZ4 encoders (16384). */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4HashTableGetSize_8u(int32_t* pHashTableSize);
+/* Clears the hash table in the layout the encoders use for a source of srcLen bytes. */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4HashTableInit_8u(uint8_t* pHashTable, int32_t srcLen);
+/* Encodes one block; pDst must hold the worst case (srcLen + srcLen/255 + 16). The table
+ * is cleared before the other checks. */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4_8u(const uint8_t* pSrc, int32_t srcLen, uint8_t* pDst,
+    int32_t* pDstLen, uint8_t* pHashTable);
+/* Encodes as much of the source as fits *pDstLen into a complete block; *pSrcLen returns
+ * the bytes consumed, DstFull when that is not all. */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4Safe_8u(const uint8_t* pSrc, int32_t* pSrcLen, uint8_t* pDst,
+    int32_t* pDstLen, uint8_t* pHashTable);
+/* Accelerated encoder (acceleration 1 is exactly zyrsEncodeLZ4_8u; below 1:
+ * BadAcceleration); pDst must hold the worst case. */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4Fast_8u(const uint8_t* pSrc, int32_t srcLen, uint8_t* pDst,
+    int32_t* pDstLen, uint8_t* pHashTable, int32_t acceleration);
+
+/* ---------------------------------------------------------------------------------- */
+/* LZO1X decoding                                                                      */
+/* ---------------------------------------------------------------------------------- */
+
+/* Decodes a plain LZO1X stream or a segmented container with every access checked;
+ * malformed input: CorruptStream. *pDstLen: capacity in, bytes decoded out. */
+ZYRDC_API ZyrStatus zyrsDecodeLZOSafe_8u(const uint8_t* pSrc, uint32_t srcLen, uint8_t* pDst,
+    uint32_t* pDstLen);
+/* As zyrsDecodeLZOSafe_8u, but a plain stream is trusted: no capacity, no checks. */
+ZYRDC_API ZyrStatus zyrsDecodeLZO_8u(const uint8_t* pSrc, uint32_t srcLen, uint8_t* pDst,
+    uint32_t* pDstLen);
+
+/* ---------------------------------------------------------------------------------- */
+/* LZSS (the library's own bit format, 32 KB window), resumable                        */
+/* ---------------------------------------------------------------------------------- */
+
+/* Writes the size of an LzssState record (327724 bytes in the i686 build). */
+ZYRDC_API ZyrStatus zyrsLZSSGetSize_8u(int32_t* pSize);
+/* Prepares pState for encoding. */
+ZYRDC_API ZyrStatus zyrsEncodeLZSSInit_8u(LzssState* pState);
+/* Codes source into destination, advancing all four in/out values; DstFull when the
+ * destination filled (call again with more room). */
+ZYRDC_API ZyrStatus zyrsEncodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
+    int32_t* pDstLen, LzssState* pState);
+/* Writes the pending bits, zero-padded to a byte; flush once at the end of a stream. */
+ZYRDC_API ZyrStatus zyrsEncodeLZSSFlush_8u(uint8_t** ppDst, int32_t* pDstLen, LzssState* pState);
+/* Prepares pState for decoding. */
+ZYRDC_API ZyrStatus zyrsDecodeLZSSInit_8u(LzssState* pState);
+/* Decodes until the source is used up (Ok) or the destination is full (DstFull). */
+ZYRDC_API ZyrStatus zyrsDecodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
+    int32_t* pDstLen, LzssState* pState);
+
+/* ---------------------------------------------------------------------------------- */
+/* bzip2 block stages: run-length stage and symbol dictionary                          */
+/* ---------------------------------------------------------------------------------- */
+
+/* Writes the size of the run-length state record (264). */
+ZYRDC_API ZyrStatus zyrsRLEGetSize_BZ2_8u(int32_t* pSize);
+/* Prepares a run-length state for encoding (empty in-use table, no run). */
+ZYRDC_API ZyrStatus zyrsEncodeRLEInit_BZ2_8u(uint8_t* pRLEState);
+/* Run-length codes the source (runs of up to 259 bytes); *pDstLen: capacity in, bytes
+ * written out; DstFull if source remains. */
+ZYRDC_API ZyrStatus zyrsEncodeRLE_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t* pDst,
+    int32_t* pDstLen, uint8_t* pRLEState);
+/* Writes a pending count byte, if any (*pDstLen becomes 1 or 0). */
+ZYRDC_API ZyrStatus zyrsEncodeRLEFlush_BZ2_8u(uint8_t* pDst, int32_t* pDstLen, uint8_t* pRLEState);
+/* Prepares a run-length state for decoding. */
+ZYRDC_API ZyrStatus zyrsDecodeRLEStateInit_BZ2_8u(uint8_t* pRLEState);
+/* Expands run-length coded bytes, advancing all four in/out values; DstFull when the
+ * destination filled first. */
+ZYRDC_API ZyrStatus zyrsDecodeRLEState_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen,
+    uint8_t** ppDst, int32_t* pDstLen, uint8_t* pRLEState);
+/* Writes the pending run bytes that fit; DstFull if some remain. */
+ZYRDC_API ZyrStatus zyrsDecodeRLEStateFlush_BZ2_8u(uint8_t* pRLEState, uint8_t** ppDst,
+    int32_t* pDstLen);
+/* Copies the 256-byte in-use table out of an encoder state. */
+ZYRDC_API ZyrStatus zyrsRLEGetInUseTable_8u(uint8_t* pInUse, const uint8_t* pRLEState);
+/* Renumbers the bytes to their rank among the values in use; writes the count in use. */
+ZYRDC_API ZyrStatus zyrsReduceDictionary_8u_I(const uint8_t* pInUse, uint8_t* pSrcDst,
+    int32_t len, int32_t* pSizeDictionary);
+/* Inverse of zyrsReduceDictionary_8u_I; Error, data untouched, if sizeDictionary does not
+ * match the table. */
+ZYRDC_API ZyrStatus zyrsExpandDictionary_8u_I(const uint8_t* pInUse, uint8_t* pSrcDst,
+    int32_t len, int32_t sizeDictionary);
+
+/* ---------------------------------------------------------------------------------- */
+/* bzip2 block stages: Burrows-Wheeler transform                                       */
+/* ---------------------------------------------------------------------------------- */
+
+/* Working-buffer size of zyrsBWTFwd_8u for n bytes: max(6n + 524484, 18n + 80). */
+ZYRDC_API ZyrStatus zyrsBWTFwdGetSize_8u(int32_t n, int32_t* pSize);
+/* Working-buffer size of zyrsBWTFwd_SelectSort_8u for a strategy (an unknown strategy
+ * writes nothing). */
+ZYRDC_API ZyrStatus zyrsBWTFwdGetBufSize_SelectSort_8u(uint32_t n, uint32_t* pSize,
+    uint32_t strategy);
+/* Forward transform of n bytes to pDst with the primary index in *pIndex. */
+ZYRDC_API ZyrStatus zyrsBWTFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t n,
+    int32_t* pIndex, uint8_t* pBuffer);
+/* Forward transform with sort strategy 0..3 (0 may return BwtSortAbandoned, no output). */
+ZYRDC_API ZyrStatus zyrsBWTFwd_SelectSort_8u(const uint8_t* pSrc, uint8_t* pDst, uint32_t n,
+    int32_t* pIndex, uint8_t* pBuffer, int32_t strategy);
+/* Working-buffer size of zyrsBWTInv_8u: 4n + 1024. */
+ZYRDC_API ZyrStatus zyrsBWTInvGetSize_8u(int32_t n, int32_t* pSize);
+/* Inverse transform of n bytes with primary index `index` (0 <= index < n). */
+ZYRDC_API ZyrStatus zyrsBWTInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t n, int32_t index,
+    uint8_t* pBuffer);
+
+/* ---------------------------------------------------------------------------------- */
+/* bzip2 block stages: move-to-front and zero-run coding                               */
+/* ---------------------------------------------------------------------------------- */
+
+/* Writes the size of the move-to-front state (256). */
+ZYRDC_API ZyrStatus zyrsMTFGetSize_8u(int32_t* pSize);
+/* Sets the move-to-front table to the identity. */
+ZYRDC_API ZyrStatus zyrsMTFInit_8u(uint8_t* pMTFState);
+/* Bytes to move-to-front indexes; the table carries over between calls. */
+ZYRDC_API ZyrStatus zyrsMTFFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len,
+    uint8_t* pMTFState);
+/* Move-to-front indexes to bytes; the table carries over between calls. */
+ZYRDC_API ZyrStatus zyrsMTFInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len,
+    uint8_t* pMTFState);
+/* Move-to-front indexes to RUNA/RUNB zero-run symbols, counting them into pFreq (257+
+ * entries); *pDstLen: capacity in, symbols out; DstFull if source remains. */
+ZYRDC_API ZyrStatus zyrsEncodeZ1Z2_BZ2_8u16u(const uint8_t** ppSrc, int32_t* pSrcLen,
+    uint16_t* pDst, int32_t* pDstLen, uint32_t* pFreq);
+/* Zero-run symbols back to move-to-front indexes; a repeated call after DstFull loses
+ * nothing. */
+ZYRDC_API ZyrStatus zyrsDecodeZ1Z2_BZ2_16u8u(const uint16_t** ppSrc, int32_t* pSrcLen,
+    uint8_t* pDst, int32_t* pDstLen);
+
+/* ---------------------------------------------------------------------------------- */
+/* ZFP compression of 4x4x4 float blocks                                               */
+/* ---------------------------------------------------------------------------------- */
+
+/* Writes the size of a ZfpState (560 in the i686 build, 576 in the x86-64 build). */
+ZYRDC_API ZyrStatus zyrsEncodeZfpGetStateSize_32f(int32_t* pSize);
+/* Writes the size of a ZfpState, as zyrsEncodeZfpGetStateSize_32f. */
+ZYRDC_API ZyrStatus zyrsDecodeZfpGetStateSize_32f(int32_t* pSize);
+/* Starts an encoder over pDst[0..dstLen) with the default parameters. */
+ZYRDC_API ZyrStatus zyrsEncodeZfpInit_32f(uint8_t* pDst, int32_t dstLen, ZfpState* pState);
+/* Starts a decoder over pSrc[0..srcLen) with the default parameters. */
+ZYRDC_API ZyrStatus zyrsDecodeZfpInit_32f(const uint8_t* pSrc, int32_t srcLen, ZfpState* pState);
+/* As zyrsEncodeZfpInit_32f with a 64-bit length (only 0 refused; the low 32 bits count). */
+ZYRDC_API ZyrStatus zyrsEncodeZfpInitLong_32f(uint8_t* pDst, uint64_t dstLen, ZfpState* pState);
+/* As zyrsDecodeZfpInit_32f with a 64-bit length (only 0 refused; the low 32 bits count). */
+ZYRDC_API ZyrStatus zyrsDecodeZfpInitLong_32f(const uint8_t* pSrc, uint64_t srcLen,
+    ZfpState* pState);
+/* Stores the four block parameters unchecked (rate: minBits = maxBits; precision: maxPrec;
+ * accuracy: minExp). */
+ZYRDC_API ZyrStatus zyrsEncodeZfpSet_32f(int32_t minBits, int32_t maxBits, int32_t maxPrec,
+    int32_t minExp, ZfpState* pState);
+/* Decoder twin of zyrsEncodeZfpSet_32f; use the encoder's values. */
+ZYRDC_API ZyrStatus zyrsDecodeZfpSet_32f(int32_t minBits, int32_t maxBits, int32_t maxPrec,
+    int32_t minExp, ZfpState* pState);
+/* Sets minExp to floor(log2(tolerance)), or to -10740 when tolerance is not positive. */
+ZYRDC_API ZyrStatus zyrsEncodeZfpSetAccuracy_32f(double tolerance, ZfpState* pState);
+/* Decoder twin of zyrsEncodeZfpSetAccuracy_32f. */
+ZYRDC_API ZyrStatus zyrsDecodeZfpSetAccuracy_32f(double tolerance, ZfpState* pState);
+/* Bits written so far (32-bit arithmetic, sign-extended: wraps from 2^28 bytes on). */
+ZYRDC_API ZyrStatus zyrsEncodeZfpGetCompressedBitSize_32f(const ZfpState* pState, int64_t* pBits);
+/* Whole bytes written so far, as a 64-bit value. */
+ZYRDC_API ZyrStatus zyrsEncodeZfpGetCompressedSizeLong_32f(const ZfpState* pState,
+    int64_t* pSize);
+/* Whole bytes written so far. */
+ZYRDC_API ZyrStatus zyrsEncodeZfpGetCompressedSize_32f(const ZfpState* pState, int32_t* pSize);
+/* Compressed bytes consumed so far, as a 64-bit value. */
+ZYRDC_API ZyrStatus zyrsDecodeZfpGetDecompressedSizeLong_32f(const ZfpState* pState,
+    int64_t* pSize);
+/* Compressed bytes consumed so far. */
+ZYRDC_API ZyrStatus zyrsDecodeZfpGetDecompressedSize_32f(const ZfpState* pState, int32_t* pSize);
+/* Writes the pending bits to the stream, ending it on a word boundary. */
+ZYRDC_API ZyrStatus zyrsEncodeZfpFlush_32f(ZfpState* pState);
+/* Codes one 4x4x4 block read at pSrc with row and plane steps in bytes; StreamExhausted
+ * when a stream word does not fit. */
+ZYRDC_API ZyrStatus zyrsEncodeZfp444_32f(const float* pSrc, int32_t srcStep,
+    int32_t srcPlaneStep, ZfpState* pState);
+/* Decodes one block to pDst with row and plane steps in bytes (note: state first). */
+ZYRDC_API ZyrStatus zyrsDecodeZfp444_32f(ZfpState* pState, float* pDst, int32_t dstStep,
+    int32_t dstPlaneStep);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ZYRDC_H */

@@ -1,0 +1,269 @@
+// copy.cpp - copy and zero-fill kernels: narrow stores up to a 16-byte boundary of the
+// destination, 16-byte SSE2 units, narrow stores for the tail.
+#include "core/copy.hpp"
+
+#include <emmintrin.h>
+
+#include <cstddef>
+
+#include "core/bits.hpp"
+#include "core/cpu.hpp"
+
+namespace zyrdc {
+
+namespace {
+
+inline void copy1(const uint8_t* s, uint8_t* d) { d[0] = s[0]; }
+inline void copy2(const uint8_t* s, uint8_t* d) { store_u16le(d, load_u16le(s)); }
+inline void copy4(const uint8_t* s, uint8_t* d) { store_u32le(d, load_u32le(s)); }
+inline void copy8(const uint8_t* s, uint8_t* d) { store_u64le(d, load_u64le(s)); }
+inline void copy16(const uint8_t* s, uint8_t* d) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d),
+                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
+}
+
+// Below kShortCopyBytes: 16-byte units from the end, then 8, 4, 2, 1 towards the start.
+void CopyShortBackward(const uint8_t* s, uint8_t* d, size_t n) {
+    while (n >= 16) {
+        n -= 16;
+        copy16(s + n, d + n);
+    }
+    if (n & 8) {
+        n -= 8;
+        copy8(s + n, d + n);
+    }
+    if (n & 4) {
+        n -= 4;
+        copy4(s + n, d + n);
+    }
+    if (n & 2) {
+        n -= 2;
+        copy2(s + n, d + n);
+    }
+    if (n & 1) {
+        copy1(s, d);
+    }
+}
+
+// Stores of 1, 2, 4 and 8 bytes, in that order, covering the `head` bytes (0..15) that
+// bring the destination to a 16-byte boundary.
+void CopyHead(const uint8_t* s, uint8_t* d, size_t head) {
+    size_t i = 0;
+    if (head & 1) {
+        copy1(s, d);
+        i = 1;
+    }
+    if (head & 2) {
+        copy2(s + i, d + i);
+        i += 2;
+    }
+    if (head & 4) {
+        copy4(s + i, d + i);
+        i += 4;
+    }
+    if (head & 8) {
+        copy8(s + i, d + i);
+    }
+}
+
+// Stores of 8, 4, 2 and 1 bytes covering the last `tail` bytes (0..15).
+void CopyTail(const uint8_t* s, uint8_t* d, size_t tail) {
+    size_t i = 0;
+    if (tail & 8) {
+        copy8(s, d);
+        i = 8;
+    }
+    if (tail & 4) {
+        copy4(s + i, d + i);
+        i += 4;
+    }
+    if (tail & 2) {
+        copy2(s + i, d + i);
+        i += 2;
+    }
+    if (tail & 1) {
+        copy1(s + i, d + i);
+    }
+}
+
+template <bool kStream>
+void CopyAlignedBody(const uint8_t* s, uint8_t* d, size_t n) {
+    // d is 16-byte aligned, n a multiple of 16; four units a step keep the loads ahead.
+    size_t i = 0;
+    for (; i + 64 <= n; i += 64) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i + 16));
+        const __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i + 32));
+        const __m128i e = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i + 48));
+        __m128i* o = reinterpret_cast<__m128i*>(d + i);
+        if constexpr (kStream) {
+            _mm_stream_si128(o, a);
+            _mm_stream_si128(o + 1, b);
+            _mm_stream_si128(o + 2, c);
+            _mm_stream_si128(o + 3, e);
+        } else {
+            _mm_store_si128(o, a);
+            _mm_store_si128(o + 1, b);
+            _mm_store_si128(o + 2, c);
+            _mm_store_si128(o + 3, e);
+        }
+    }
+    for (; i < n; i += 16) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i));
+        if constexpr (kStream) {
+            _mm_stream_si128(reinterpret_cast<__m128i*>(d + i), a);
+        } else {
+            _mm_store_si128(reinterpret_cast<__m128i*>(d + i), a);
+        }
+    }
+    if constexpr (kStream) {
+        _mm_sfence();  // order the weakly-ordered stores before anything the caller does next
+    }
+}
+
+template <bool kStream>
+void ZeroAlignedBody(uint8_t* d, size_t n) {
+    const __m128i z = _mm_setzero_si128();
+    for (size_t i = 0; i < n; i += 16) {
+        if constexpr (kStream) {
+            _mm_stream_si128(reinterpret_cast<__m128i*>(d + i), z);
+        } else {
+            _mm_store_si128(reinterpret_cast<__m128i*>(d + i), z);
+        }
+    }
+    if constexpr (kStream) {
+        _mm_sfence();
+    }
+}
+
+// Narrow zero stores, head order (1, 2, 4, 8) or tail order (8, 4, 2, 1).
+void ZeroNarrow(uint8_t* d, size_t k, bool head) {
+    const unsigned order_head[4] = {1, 2, 4, 8};
+    const unsigned order_tail[4] = {8, 4, 2, 1};
+    const unsigned* order = head ? order_head : order_tail;
+    size_t i = 0;
+    for (int j = 0; j < 4; ++j) {
+        const unsigned w = order[j];
+        if (k & w) {
+            switch (w) {
+                case 1: d[i] = 0; break;
+                case 2: store_u16le(d + i, 0); break;
+                case 4: store_u32le(d + i, 0); break;
+                default: store_u64le(d + i, 0); break;
+            }
+            i += w;
+        }
+    }
+}
+
+}  // namespace
+
+uint8_t* CopyBytesKernel(const uint8_t* src, uint8_t* dst, int32_t len) {
+    if (len <= 0) {
+        return dst;
+    }
+    const size_t n = static_cast<size_t>(len);
+    if (len < kShortCopyBytes) {
+        CopyShortBackward(src, dst, n);
+        return dst;
+    }
+    const size_t head = bytes_to_boundary(dst, 16);
+    CopyHead(src, dst, head);
+    const size_t body = (n - head) & ~static_cast<size_t>(15);
+    if (PreferStreamingStores(n)) {
+        CopyAlignedBody<true>(src + head, dst + head, body);
+    } else {
+        CopyAlignedBody<false>(src + head, dst + head, body);
+    }
+    const size_t done = head + body;
+    CopyTail(src + done, dst + done, n - done);
+    return dst;
+}
+
+uint8_t* ZeroBytesKernel(uint8_t* dst, int32_t len) {
+    if (len <= 0) {
+        return dst;
+    }
+    const size_t n = static_cast<size_t>(len);
+    size_t head = bytes_to_boundary(dst, 16);
+    if (head > n) {
+        head = n;
+    }
+    ZeroNarrow(dst, head, true);
+    const size_t body = (n - head) & ~static_cast<size_t>(15);
+    if (PreferStreamingStores(n)) {
+        ZeroAlignedBody<true>(dst + head, body);
+    } else {
+        ZeroAlignedBody<false>(dst + head, body);
+    }
+    const size_t done = head + body;
+    ZeroNarrow(dst + done, n - done, false);
+    return dst;
+}
+
+uint8_t* CopyBytesScalar(const uint8_t* src, uint8_t* dst, int32_t len) {
+    for (int32_t i = 0; i < len; ++i) {
+        dst[i] = src[i];
+    }
+    return dst;
+}
+
+uint8_t* ZeroBytesScalar(uint8_t* dst, int32_t len) {
+    for (int32_t i = 0; i < len; ++i) {
+        dst[i] = 0;
+    }
+    return dst;
+}
+
+ZyrStatus CopyBytes_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len) {
+    if (pSrc == nullptr || pDst == nullptr) {
+        return StatusNullPointer;
+    }
+    if (len < 1) {
+        return StatusBadSize;
+    }
+    CopyBytesKernel(pSrc, pDst, len);
+    return StatusOk;
+}
+
+namespace {
+
+// count x width can exceed the signed 32-bit byte length of the kernel, so large fills go in
+// pieces.
+void ZeroWords(void* p, int32_t count, size_t width) {
+    auto* d = static_cast<uint8_t*>(p);
+    size_t bytes = static_cast<size_t>(count) * width;
+    constexpr size_t kPiece = size_t{1} << 30;
+    while (bytes > 0) {
+        const size_t now = bytes < kPiece ? bytes : kPiece;
+        ZeroBytesKernel(d, static_cast<int32_t>(now));
+        d += now;
+        bytes -= now;
+    }
+}
+
+}  // namespace
+
+ZyrStatus ZeroFill_32u(uint32_t* pDst, int32_t count) {
+    if (pDst == nullptr) {
+        return StatusNullPointer;
+    }
+    if (count < 1) {
+        return StatusBadSize;
+    }
+    ZeroWords(pDst, count, sizeof *pDst);
+    return StatusOk;
+}
+
+ZyrStatus ZeroFill_16u(uint16_t* pDst, int32_t count) {
+    if (pDst == nullptr) {
+        return StatusNullPointer;
+    }
+    if (count < 1) {
+        return StatusBadSize;
+    }
+    ZeroWords(pDst, count, sizeof *pDst);
+    return StatusOk;
+}
+
+}  // namespace zyrdc
