@@ -16,13 +16,20 @@ namespace {
 // 4,271,155,495 < 2^32; at 5537 bytes it is not.
 constexpr size_t kScalarRun = 5536;
 
-// Vector rounds take 32 bytes. The per-column sums are 16-bit lanes that pmaddwd reads as
-// signed, so they may reach 32767 at most: 128 rounds of bytes up to 255 (32640).
-constexpr size_t kRoundBytes = 32;
-constexpr size_t kRoundsPerGroup = 128;
-// After a group, before reduction, B is below 65535 + 4096 x 65535 + 255 x 4096 x 4097 / 2
-// = 2,408,022,015 < 2^32.
-static_assert(kRoundsPerGroup * 255 <= 32767);
+// Vector rounds take kVectors x 16 bytes: four vectors where there are 16 XMM registers for
+// their eight column sums, two on i686, which has 8.
+#if defined(__x86_64__)
+constexpr size_t kVectors = 4;
+#else
+constexpr size_t kVectors = 2;
+#endif
+constexpr size_t kRoundBytes = 16 * kVectors;
+// The per-column sums are 16-bit lanes that pmaddwd reads as signed, so they may reach
+// 32767: at most 128 rounds of bytes up to 255. A group must also stay within kScalarRun
+// bytes so that B cannot pass 2^32 before it is reduced.
+constexpr size_t kRoundsPerGroup =
+    kScalarRun / kRoundBytes < 128 ? kScalarRun / kRoundBytes : 128;
+static_assert(kRoundsPerGroup * 255 <= 32767 && kRoundsPerGroup * kRoundBytes <= kScalarRun);
 
 // Below this many bytes the vector set-up costs more than it saves.
 constexpr size_t kVectorMin = 31;
@@ -41,35 +48,56 @@ inline uint32_t HorizontalSum(__m128i v) {
     return static_cast<uint32_t>(_mm_cvtsi128_si32(v));
 }
 
-// `rounds` rounds of 32 bytes from a 16-byte aligned p into (a, b), unreduced.
+// `rounds` rounds of kRoundBytes bytes from a 16-byte aligned p into (a, b), unreduced.
 //
-// For one round with bytes x0..x31, A grows by the byte sum and B by 32 x A_before plus
-// sum (32 - j) x_j. Over the group, the 32 x A_before terms are 32 x (rounds x a) plus 32
-// times the running sum of earlier rounds' byte sums (s1sum), and the weighted terms are
-// the per-column byte sums times their weights, formed once at the end with pmaddwd.
+// For one round with bytes x0..x(R-1), R = kRoundBytes, A grows by the byte sum and B by
+// R x A_before plus sum (R - j) x_j. Over the group, the R x A_before terms are
+// R x (rounds x a) plus R times the running sum of earlier rounds' byte sums (s1sum), and
+// the weighted terms are the per-column byte sums times their weights, formed once at the
+// end with pmaddwd.
+//
+// The loop is bound by how many operations it issues, so each 16-byte vector costs three
+// for its columns: its 16-bit words are added whole (even byte + 256 x odd byte, modulo
+// 2^16) and its odd bytes on their own. After the loop, even = whole - 256 x odd modulo
+// 2^16, which is exact because every column sum is below 2^15.
 void VectorGroup(uint32_t& a, uint32_t& b, const uint8_t* p, size_t rounds) {
     const __m128i zero = _mm_setzero_si128();
     __m128i s1 = zero, s1sum = zero;
-    __m128i col0 = zero, col1 = zero, col2 = zero, col3 = zero;
-    for (size_t r = 0; r < rounds; ++r, p += kRoundBytes) {
-        const __m128i x = _mm_load_si128(reinterpret_cast<const __m128i*>(p));
-        const __m128i y = _mm_load_si128(reinterpret_cast<const __m128i*>(p + 16));
-        s1sum = _mm_add_epi32(s1sum, s1);
-        s1 = _mm_add_epi32(s1, _mm_add_epi32(_mm_sad_epu8(x, zero), _mm_sad_epu8(y, zero)));
-        col0 = _mm_add_epi16(col0, _mm_unpacklo_epi8(x, zero));
-        col1 = _mm_add_epi16(col1, _mm_unpackhi_epi8(x, zero));
-        col2 = _mm_add_epi16(col2, _mm_unpacklo_epi8(y, zero));
-        col3 = _mm_add_epi16(col3, _mm_unpackhi_epi8(y, zero));
+    __m128i whole[kVectors], odd[kVectors];
+    for (size_t v = 0; v < kVectors; ++v) {
+        whole[v] = zero;
+        odd[v] = zero;
     }
-    const __m128i w0 = _mm_setr_epi16(32, 31, 30, 29, 28, 27, 26, 25);
-    const __m128i w1 = _mm_setr_epi16(24, 23, 22, 21, 20, 19, 18, 17);
-    const __m128i w2 = _mm_setr_epi16(16, 15, 14, 13, 12, 11, 10, 9);
-    const __m128i w3 = _mm_setr_epi16(8, 7, 6, 5, 4, 3, 2, 1);
-    const __m128i weighted = _mm_add_epi32(
-        _mm_add_epi32(_mm_madd_epi16(col0, w0), _mm_madd_epi16(col1, w1)),
-        _mm_add_epi32(_mm_madd_epi16(col2, w2), _mm_madd_epi16(col3, w3)));
+    for (size_t r = 0; r < rounds; ++r, p += kRoundBytes) {
+        __m128i x[kVectors];
+        for (size_t v = 0; v < kVectors; ++v) {
+            x[v] = _mm_load_si128(reinterpret_cast<const __m128i*>(p + 16 * v));
+        }
+        s1sum = _mm_add_epi32(s1sum, s1);
+        __m128i sad = _mm_sad_epu8(x[0], zero);
+        for (size_t v = 1; v < kVectors; ++v) {
+            sad = _mm_add_epi32(sad, _mm_sad_epu8(x[v], zero));
+        }
+        s1 = _mm_add_epi32(s1, sad);
+        for (size_t v = 0; v < kVectors; ++v) {
+            whole[v] = _mm_add_epi16(whole[v], x[v]);
+            odd[v] = _mm_add_epi16(odd[v], _mm_srli_epi16(x[v], 8));
+        }
+    }
+    // Byte j of the round has weight R - j: vector v's even bytes R - 16v - 2k, its odd
+    // bytes one less.
+    __m128i weighted = zero;
+    for (size_t v = 0; v < kVectors; ++v) {
+        const auto top = static_cast<int16_t>(kRoundBytes - 16 * v);
+        const __m128i w_even = _mm_sub_epi16(_mm_set1_epi16(top), _mm_setr_epi16(0, 2, 4, 6, 8, 10, 12, 14));
+        const __m128i w_odd = _mm_sub_epi16(w_even, _mm_set1_epi16(1));
+        const __m128i even = _mm_sub_epi16(whole[v], _mm_slli_epi16(odd[v], 8));
+        weighted = _mm_add_epi32(weighted, _mm_add_epi32(_mm_madd_epi16(even, w_even),
+                                                         _mm_madd_epi16(odd[v], w_odd)));
+    }
     const uint32_t rounds32 = static_cast<uint32_t>(rounds);
-    b += kRoundBytes * (rounds32 * a + HorizontalSum(s1sum)) + HorizontalSum(weighted);
+    b += static_cast<uint32_t>(kRoundBytes) * (rounds32 * a + HorizontalSum(s1sum)) +
+         HorizontalSum(weighted);
     a += HorizontalSum(s1);
 }
 
@@ -125,7 +153,7 @@ uint32_t Adler32Sse2(uint32_t adler, const uint8_t* p, size_t n) {
         p += rounds * kRoundBytes;
         n -= rounds * kRoundBytes;
     }
-    if (n >= 16) {
+    while (n >= 16) {
         VectorStep16(a, b, p);
         p += 16;
         n -= 16;
