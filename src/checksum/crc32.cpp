@@ -77,27 +77,30 @@ uint32_t CrcSliced(CrcKind kind, uint32_t reg, const uint8_t* p, size_t n) {
     return Bytes(t, reg, p, n);
 }
 
-// One sliced lane is bound by the latency of its table look-ups; three independent lanes
-// over consecutive kLane-byte pieces keep the load ports busy instead. The lanes are joined
-// with the shift tables: crc(r, A||B||C) = shift(shift(crc(r, A)) ^ crc(0, B)) ^ crc(0, C).
+// One sliced lane is bound by the latency of its table look-ups; independent lanes over
+// consecutive kLane-byte pieces keep the load ports busy instead. The lanes are joined with
+// the shift tables: crc(r, A||B||C) = shift(shift(crc(r, A)) ^ crc(0, B)) ^ crc(0, C).
 uint32_t CrcInterleaved(CrcKind kind, uint32_t reg, const uint8_t* p, size_t n) {
     const CrcTables& t = TablesFor(kind);
     if (n < kSlicedMin) {
         return Bytes(t, reg, p, n);
     }
-    static_assert(kLanes == 3, "the round below is written for three lanes");
     const size_t head = bytes_to_boundary(p, 8);
     reg = Bytes(t, reg, p, head);
     p += head;
     n -= head;
     for (; n >= kLanes * kLane; n -= kLanes * kLane, p += kLanes * kLane) {
-        uint32_t r0 = reg, r1 = 0, r2 = 0;
+        uint32_t r[kLanes] = {};
+        r[0] = reg;
         for (size_t i = 0; i < kLane; i += 8) {
-            r0 = Step8(t, r0, p + i);
-            r1 = Step8(t, r1, p + kLane + i);
-            r2 = Step8(t, r2, p + 2 * kLane + i);
+            for (size_t l = 0; l < kLanes; ++l) {
+                r[l] = Step8(t, r[l], p + l * kLane + i);
+            }
         }
-        reg = ShiftLane(t, ShiftLane(t, r0) ^ r1) ^ r2;
+        reg = r[0];
+        for (size_t l = 1; l < kLanes; ++l) {
+            reg = ShiftLane(t, reg) ^ r[l];
+        }
     }
     for (; n >= 8; n -= 8, p += 8) {
         reg = Step8(t, reg, p);

@@ -28,9 +28,10 @@ struct CrcTables {
     std::array<ByteTable, 4> shift;  // register byte k -> its image after kLane zero bytes
 };
 
-// Bytes per lane of the interleaved loop; its three lanes take 3 x kLane bytes a round.
+// The interleaved loop runs kLanes lanes of kLane bytes a round. Four lanes measured best on
+// recent cores (two leave the table look-ups latency-bound, five add nothing).
 inline constexpr size_t kLane = 256;
-inline constexpr size_t kLanes = 3;
+inline constexpr size_t kLanes = 4;
 static_assert(kLane % 8 == 0, "lanes advance in whole 8-byte steps");
 
 constexpr ByteTable ReflectedByteTable(uint32_t poly) {
