@@ -1,5 +1,5 @@
 // crc32.cpp - CRC-32, CRC-32C and bzip2 CRC register updates: byte at a time, sliced by 8,
-// and three interleaved sliced lanes for long buffers.
+// and interleaved sliced lanes for long buffers.
 #include <cstddef>
 #include <cstdint>
 
