@@ -1,0 +1,7 @@
+// harness.hpp - the entry point every fuzz harness defines and replay_main.cpp calls.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
