@@ -1,3 +1,111 @@
+// main.cpp - the zyrdc program: picks the subcommand and turns every failure into one line
+// on stderr and an exit code (1: the work failed, 2: the command line was wrong).
+#include <cerrno>
 #include <cstdio>
-#include "zyrdc.h"
-int main() { std::printf("%s\n", zyrdcGetLibVersion()->version); return 0; }
+#include <cstring>
+#include <exception>
+#include <new>
+#include <string>
+
+#include "commands.hpp"
+#include "common.hpp"
+
+namespace zyrdc::tool {
+
+namespace {
+
+constexpr Command kCommands[] = {
+    {"sum", "[-a ALGORITHM] [FILE|-]...",
+     "print the checksum of each file (default crc32)",
+     "  -a, --algorithm NAME  adler32, crc32 (default), crc32c (the standard, inverted\n"
+     "                        form) or bzip2\n"
+     "Files are read in pieces, so any size works; '-' or no file reads standard input.\n"
+     "Each line is the checksum in 8 hex digits, two spaces and the file name.\n",
+     RunSum},
+    {"version", "", "print the library name, version and build date (also --version)", "",
+     RunVersion},
+};
+
+const Command* FindCommand(std::string_view name) {
+    for (const Command& c : kCommands) {
+        if (c.name == name) return &c;
+    }
+    return nullptr;
+}
+
+void PrintUsage(std::FILE* out) {
+    std::fputs("usage: zyrdc COMMAND [ARGUMENTS...]\n"
+               "Data-compression primitives of the zyrDC library from the command line.\n\n"
+               "commands:\n", out);
+    for (const Command& c : kCommands) {
+        std::fprintf(out, "  %-8.*s %.*s\n", static_cast<int>(c.name.size()), c.name.data(),
+                     static_cast<int>(c.summary.size()), c.summary.data());
+    }
+    std::fputs("  help     print this text (also --help)\n\n"
+               "'zyrdc COMMAND --help' describes a command and its options.\n", out);
+}
+
+// Everything up to the exit code; exceptions leave through main's handlers.
+int Dispatch(std::span<char* const> args, std::string_view& command_name) {
+    if (args.empty()) {
+        PrintUsage(stderr);
+        return kExitUsage;
+    }
+    const std::string_view first = args[0];
+    if (first == "help" || first == "--help" || first == "-h") {
+        PrintUsage(stdout);
+        return kExitOk;
+    }
+    const Command* command = FindCommand(first == "--version" ? "version" : first);
+    if (command == nullptr) {
+        const char* kind = first.starts_with("-") ? "unknown option '" : "unknown command '";
+        throw UsageError(kind + std::string(first) + "'");
+    }
+    command_name = command->name;
+    return command->run(*command, args.subspan(1));
+}
+
+}  // namespace
+
+void PrintCommandHelp(const Command& command) {
+    std::string text("usage: zyrdc ");
+    text.append(command.name);
+    if (!command.synopsis.empty()) text.append(" ").append(command.synopsis);
+    text.append("\n").append(command.summary).append("\n").append(command.details);
+    std::fputs(text.c_str(), stdout);
+}
+
+}  // namespace zyrdc::tool
+
+int main(int argc, char** argv) {
+    using namespace zyrdc::tool;
+    std::string_view command;
+    int code = kExitFailure;
+    try {
+        const std::span<char* const> all(argv, static_cast<std::size_t>(argc));
+        code = Dispatch(all.subspan(all.empty() ? 0 : 1), command);
+    } catch (const UsageError& e) {
+        const std::string help =
+            command.empty() ? "zyrdc --help" : "zyrdc " + std::string(command) + " --help";
+        ReportError(command, std::string(e.what()) + "; try '" + help + "'");
+        return kExitUsage;
+    } catch (const Failure& e) {
+        ReportError(command, e.what());
+        return kExitFailure;
+    } catch (const std::bad_alloc&) {
+        ReportError(command, "out of memory");
+        return kExitFailure;
+    } catch (const std::exception& e) {
+        ReportError(command, std::string("unexpected error: ") + e.what());
+        return kExitFailure;
+    } catch (...) {
+        ReportError(command, "unexpected error");
+        return kExitFailure;
+    }
+    // Output lost to a full disk or a closed pipe must not pass as success.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+        ReportError(command, std::string("cannot write the output: ") + std::strerror(errno));
+        return kExitFailure;
+    }
+    return code;
+}
