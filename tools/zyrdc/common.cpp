@@ -184,4 +184,11 @@ std::vector<std::uint8_t> ReadAll(const std::string& name) {
     return bytes;
 }
 
+std::uint64_t Rng::Next() {
+    std::uint64_t z = (state_ += 0x9E3779B97F4A7C15u);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9u;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBu;
+    return z ^ (z >> 31);
+}
+
 }  // namespace zyrdc::tool

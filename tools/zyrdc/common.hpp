@@ -1,6 +1,6 @@
 // common.hpp - what every subcommand of the zyrdc program shares: exit codes and the two
-// kinds of failure, argument parsing and file input. Only the public header of the
-// library is used.
+// kinds of failure, argument parsing, file input, a portable generator and the built-in
+// sample. Only the public header of the library is used.
 #pragma once
 
 #include <cstdint>
@@ -96,5 +96,30 @@ private:
 
 // The whole content of a file ("-" for standard input).
 std::vector<std::uint8_t> ReadAll(const std::string& name);
+
+// ---- deterministic data -----------------------------------------------------------------
+
+// SplitMix64: the same sequence on every compiler and word size, unlike the standard
+// library's distributions, so the built-in sample is identical in every build.
+class Rng {
+public:
+    explicit Rng(std::uint64_t seed) : state_(seed) {}
+    std::uint64_t Next();
+    // Uniform enough in [0, n) for test data; n must be positive.
+    std::uint32_t Below(std::uint32_t n) {
+        return static_cast<std::uint32_t>((Next() >> 32) * n >> 32);
+    }
+
+private:
+    std::uint64_t state_;
+};
+
+// The input of `zyrdc bench` when no file is given: about 1 MiB of English-like text, byte
+// runs and random bytes, always the same bytes.
+struct Sample {
+    std::vector<std::uint8_t> bytes;
+    std::string description;  // what the bytes are made of, for the report header
+};
+Sample MakeSample();
 
 }  // namespace zyrdc::tool

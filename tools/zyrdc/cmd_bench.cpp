@@ -1,0 +1,222 @@
+// cmd_bench.cpp - `zyrdc bench`: checks, then times, every primitive of the library over the
+// given files or the built-in sample, and prints one table.
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "bench_rows.hpp"
+#include "commands.hpp"
+#include "common.hpp"
+
+namespace zyrdc::tool {
+
+namespace {
+
+constexpr OptionSpec kOptions[] = {{'t', "time", true}, {'p', "primitive", true}};
+constexpr double kDefaultSeconds = 0.2;
+
+struct Input {
+    std::string label;        // the name in the table's input column
+    std::string description;  // what it is, for the header
+    std::vector<std::uint8_t> bytes;
+};
+
+struct Timing {
+    double best_seconds;      // fastest single pass
+    std::size_t output_size;  // as returned by the last pass
+};
+
+// Passes are timed in batches long enough for the clock to resolve (tiny inputs run many
+// passes a batch); batches repeat until `min_seconds` have gone by, and the fastest batch
+// gives the time of a pass, as the one least disturbed by the rest of the machine.
+Timing Measure(const BenchRow& row, std::span<const std::uint8_t> input, double min_seconds) {
+    using Clock = std::chrono::steady_clock;
+    using Seconds = std::chrono::duration<double>;
+    Timing timing{std::numeric_limits<double>::infinity(), 0};
+    const Clock::time_point start = Clock::now();
+    std::size_t passes = 1;
+    for (;;) {
+        const Clock::time_point t0 = Clock::now();
+        for (std::size_t i = 0; i < passes; ++i) {
+            timing.output_size = row.run(input);
+        }
+        const Clock::time_point t1 = Clock::now();
+        const double batch = Seconds(t1 - t0).count();
+        timing.best_seconds = std::min(timing.best_seconds, batch / static_cast<double>(passes));
+        if (Seconds(t1 - start).count() >= min_seconds) {
+            return timing;
+        }
+        if (batch < 1e-3 && passes < (std::size_t{1} << 24)) {
+            passes *= 2;
+        }
+    }
+}
+
+double ParseSeconds(const std::string& text) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !(value > 0.0) || value > 3600.0) {
+        throw UsageError("invalid time '" + text + "' (seconds, above 0 and at most 3600)");
+    }
+    return value;
+}
+
+std::vector<BenchRow> SelectRows(const std::vector<std::string>& wanted) {
+    std::vector<BenchRow> all = BenchRows();
+    if (wanted.empty()) {
+        return all;
+    }
+    std::vector<BenchRow> chosen;
+    for (const std::string& name : wanted) {
+        const auto it = std::find_if(all.begin(), all.end(),
+                                     [&](const BenchRow& r) { return r.name == name; });
+        if (it == all.end()) {
+            std::string names;
+            for (const BenchRow& r : all) {
+                names.append(names.empty() ? "" : ", ").append(r.name);
+            }
+            throw UsageError("unknown primitive '" + name + "' (choose " + names + ")");
+        }
+        chosen.push_back(*it);
+    }
+    return chosen;
+}
+
+std::vector<Input> LoadInputs(const std::vector<std::string>& files) {
+    std::vector<Input> inputs;
+    if (files.empty()) {
+        Sample sample = MakeSample();
+        inputs.push_back({"sample", std::move(sample.description), std::move(sample.bytes)});
+    }
+    for (const std::string& file : files) {
+        std::vector<std::uint8_t> bytes = ReadAll(file);
+        const std::string what = file == "-" ? "standard input of " : "file of ";
+        inputs.push_back({file, what + std::to_string(bytes.size()) + " bytes", std::move(bytes)});
+    }
+    return inputs;
+}
+
+// A status line on stderr, rewritten in place and erased before each table line; only on a
+// terminal, so that logs and pipes get nothing but the table.
+class Progress {
+public:
+    Progress() : enabled_(isatty(STDERR_FILENO) != 0) {}
+    ~Progress() { Clear(); }
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void Show(const std::string& text) {
+        if (!enabled_) return;
+        Clear();
+        std::fprintf(stderr, "%s", text.c_str());
+        std::fflush(stderr);
+        shown_ = text.size();
+    }
+    void Clear() {
+        if (shown_ == 0) return;
+        std::fprintf(stderr, "\r%*s\r", static_cast<int>(shown_), "");
+        std::fflush(stderr);
+        shown_ = 0;
+    }
+
+private:
+    bool enabled_;
+    std::size_t shown_ = 0;
+};
+
+// The table: column widths fit the longest primitive name, input label and size, so every
+// row lines up whatever the inputs are called.
+class Table {
+public:
+    Table(const std::vector<BenchRow>& rows, const std::vector<Input>& inputs) {
+        for (const BenchRow& row : rows) Widen(name_, row.name.size());
+        for (const Input& in : inputs) {
+            Widen(label_, in.label.size());
+            Widen(bytes_, std::to_string(in.bytes.size()).size());
+        }
+    }
+    void Print(const std::string& name, const std::string& label, const std::string& bytes,
+               const char* speed, const char* ratio, const char* check) const {
+        std::printf("%-*s  %-*s  %*s  %9s  %6s  %s\n", name_, name.c_str(), label_, label.c_str(),
+                    bytes_, bytes.c_str(), speed, ratio, check);
+        std::fflush(stdout);
+    }
+
+private:
+    static void Widen(int& width, std::size_t length) {
+        width = std::max(width, static_cast<int>(length));
+    }
+    int name_ = 9, label_ = 5, bytes_ = 5;
+};
+
+}  // namespace
+
+int RunBench(const Command& self, std::span<char* const> args) {
+    const ParsedArgs parsed = ParseArgs(args, kOptions);
+    if (parsed.help) {
+        PrintCommandHelp(self);
+        return kExitOk;
+    }
+    double min_seconds = kDefaultSeconds;
+    for (const std::string& value : parsed.Values("time")) {
+        min_seconds = ParseSeconds(value);
+    }
+    const std::vector<BenchRow> rows = SelectRows(parsed.Values("primitive"));
+    // Every file is read before anything is timed, so a bad name fails at once.
+    const std::vector<Input> inputs = LoadInputs(parsed.operands);
+
+    std::printf("%s\n", VersionLine().c_str());
+    for (const Input& in : inputs) {
+        std::printf("input \"%s\": %s\n", in.label.c_str(), in.description.c_str());
+    }
+    std::printf("Each primitive is checked, then run for at least %.2f s; MB/s is from the\n"
+                "fastest pass, in 10^6 input bytes per second. Ratio is input size / output\n"
+                "size (blank for primitives without an output stream).\n\n",
+                min_seconds);
+    const Table table(rows, inputs);
+    table.Print("primitive", "input", "bytes", "MB/s", "ratio", "check");
+
+    Progress progress;
+    std::string first_failure;
+    int failures = 0, done = 0;
+    const int total = static_cast<int>(rows.size() * inputs.size());
+    for (const Input& in : inputs) {
+        const double size = static_cast<double>(in.bytes.size());
+        for (const BenchRow& row : rows) {
+            char status[160];
+            std::snprintf(status, sizeof status, "[%d/%d] %s on %s ...", ++done, total,
+                          row.name.c_str(), in.label.c_str());
+            progress.Show(status);
+            const char* check = "-";
+            if (row.verify) {
+                const std::string problem = row.verify(in.bytes);
+                check = problem.empty() ? "ok" : "FAILED";
+                if (!problem.empty() && failures++ == 0) {
+                    first_failure = row.name + " on " + in.label + ": " + problem;
+                }
+            }
+            const Timing t = Measure(row, in.bytes, min_seconds);
+            char speed[32] = "-", ratio[32] = "";
+            if (size > 0) {
+                std::snprintf(speed, sizeof speed, "%.1f", size / t.best_seconds / 1e6);
+            }
+            if (t.output_size != 0) {
+                const double output = static_cast<double>(t.output_size);
+                std::snprintf(ratio, sizeof ratio, "%.3f", size / output);
+            }
+            progress.Clear();
+            table.Print(row.name, in.label, std::to_string(in.bytes.size()), speed, ratio, check);
+        }
+    }
+    if (failures != 0) {
+        throw Failure(std::to_string(failures) + " check(s) failed, first " + first_failure);
+    }
+    return kExitOk;
+}
+
+}  // namespace zyrdc::tool
