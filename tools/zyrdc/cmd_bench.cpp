@@ -17,7 +17,7 @@ namespace zyrdc::tool {
 
 namespace {
 
-constexpr OptionSpec kOptions[] = {{'t', "time", true}, {'p', "primitive", true}};
+constexpr OptionDef kOptions[] = {{'t', "time", true}, {'p', "primitive", true}};
 constexpr double kDefaultSeconds = 0.2;
 
 struct Input {

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t kPieceSize = 64 * 1024;
 
-constexpr OptionSpec kOptions[] = {{'a', "algorithm", true}};
+constexpr OptionDef kOptions[] = {{'a', "algorithm", true}};
 
 }  // namespace
 

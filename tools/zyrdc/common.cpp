@@ -70,7 +70,7 @@ std::vector<std::string> ParsedArgs::Values(std::string_view long_name) const {
     return out;
 }
 
-ParsedArgs ParseArgs(std::span<char* const> args, std::span<const OptionSpec> specs) {
+ParsedArgs ParseArgs(std::span<char* const> args, std::span<const OptionDef> known) {
     ParsedArgs parsed;
     bool options_ended = false;
     for (std::size_t i = 0; i < args.size(); ++i) {
@@ -88,7 +88,7 @@ ParsedArgs ParseArgs(std::span<char* const> args, std::span<const OptionSpec> sp
             continue;
         }
         // Find the option and any value attached to it ("--name=value", "-nVALUE").
-        const OptionSpec* spec = nullptr;
+        const OptionDef* option = nullptr;
         std::optional<std::string_view> attached;
         if (arg.starts_with("--")) {
             std::string_view name = arg.substr(2);
@@ -96,33 +96,33 @@ ParsedArgs ParseArgs(std::span<char* const> args, std::span<const OptionSpec> sp
                 attached = name.substr(eq + 1);
                 name = name.substr(0, eq);
             }
-            for (const OptionSpec& s : specs) {
-                if (s.long_name == name) spec = &s;
+            for (const OptionDef& s : known) {
+                if (s.long_name == name) option = &s;
             }
         } else {
-            for (const OptionSpec& s : specs) {
-                if (s.short_name != '\0' && s.short_name == arg[1]) spec = &s;
+            for (const OptionDef& s : known) {
+                if (s.short_name != '\0' && s.short_name == arg[1]) option = &s;
             }
             // Short flags are not bundled: "-xyz" is a value only for an option taking one.
-            if (spec != nullptr && arg.size() > 2) {
-                if (spec->takes_value) {
+            if (option != nullptr && arg.size() > 2) {
+                if (option->takes_value) {
                     attached = arg.substr(2);
                 } else {
-                    spec = nullptr;
+                    option = nullptr;
                 }
             }
         }
-        if (spec == nullptr) {
+        if (option == nullptr) {
             throw UsageError("unknown option '" + std::string(arg) + "'");
         }
-        const std::string display = "--" + std::string(spec->long_name);
-        if (!spec->takes_value) {
+        const std::string display = "--" + std::string(option->long_name);
+        if (!option->takes_value) {
             if (attached) throw UsageError("option '" + display + "' takes no value");
-            parsed.options.emplace_back(spec->long_name, std::string());
+            parsed.options.emplace_back(option->long_name, std::string());
         } else if (attached) {
-            parsed.options.emplace_back(spec->long_name, std::string(*attached));
+            parsed.options.emplace_back(option->long_name, std::string(*attached));
         } else if (i + 1 < args.size()) {
-            parsed.options.emplace_back(spec->long_name, std::string(args[++i]));
+            parsed.options.emplace_back(option->long_name, std::string(args[++i]));
         } else {
             throw UsageError("option '" + display + "' needs a value");
         }

@@ -53,7 +53,7 @@ std::string Hex32(std::uint32_t value);
 
 // One option of a subcommand. Every option has a long name, which is how its values are
 // looked up; a short name is optional ('\0' for none).
-struct OptionSpec {
+struct OptionDef {
     char short_name;
     std::string_view long_name;
     bool takes_value;
@@ -71,7 +71,7 @@ struct ParsedArgs {
 };
 
 // Throws UsageError for an unknown option, a missing value or a value given to a flag.
-ParsedArgs ParseArgs(std::span<char* const> args, std::span<const OptionSpec> specs);
+ParsedArgs ParseArgs(std::span<char* const> args, std::span<const OptionDef> known);
 
 // ---- input ------------------------------------------------------------------------------
 
