@@ -45,45 +45,43 @@ void CopyShortBackward(const uint8_t* s, uint8_t* d, size_t n) {
     }
 }
 
-// Stores of 1, 2, 4 and 8 bytes, in that order, covering the `head` bytes (0..15) that
-// bring the destination to a 16-byte boundary.
-void CopyHead(const uint8_t* s, uint8_t* d, size_t head) {
+// Narrow stores covering k bytes (0..15): widths 1, 2, 4, 8 in that order for the head that
+// brings the destination to a 16-byte boundary, 8, 4, 2, 1 for the tail. move(offset, width)
+// stores one unit.
+template <class Move>
+void NarrowStores(size_t k, bool head, Move move) {
+    static constexpr unsigned kHeadOrder[4] = {1, 2, 4, 8};
+    static constexpr unsigned kTailOrder[4] = {8, 4, 2, 1};
+    const unsigned* order = head ? kHeadOrder : kTailOrder;
     size_t i = 0;
-    if (head & 1) {
-        copy1(s, d);
-        i = 1;
-    }
-    if (head & 2) {
-        copy2(s + i, d + i);
-        i += 2;
-    }
-    if (head & 4) {
-        copy4(s + i, d + i);
-        i += 4;
-    }
-    if (head & 8) {
-        copy8(s + i, d + i);
+    for (int j = 0; j < 4; ++j) {
+        if (k & order[j]) {
+            move(i, order[j]);
+            i += order[j];
+        }
     }
 }
 
-// Stores of 8, 4, 2 and 1 bytes covering the last `tail` bytes (0..15).
-void CopyTail(const uint8_t* s, uint8_t* d, size_t tail) {
-    size_t i = 0;
-    if (tail & 8) {
-        copy8(s, d);
-        i = 8;
-    }
-    if (tail & 4) {
-        copy4(s + i, d + i);
-        i += 4;
-    }
-    if (tail & 2) {
-        copy2(s + i, d + i);
-        i += 2;
-    }
-    if (tail & 1) {
-        copy1(s + i, d + i);
-    }
+void CopyNarrow(const uint8_t* s, uint8_t* d, size_t k, bool head) {
+    NarrowStores(k, head, [s, d](size_t i, unsigned w) {
+        switch (w) {
+            case 1: copy1(s + i, d + i); break;
+            case 2: copy2(s + i, d + i); break;
+            case 4: copy4(s + i, d + i); break;
+            default: copy8(s + i, d + i); break;
+        }
+    });
+}
+
+void ZeroNarrow(uint8_t* d, size_t k, bool head) {
+    NarrowStores(k, head, [d](size_t i, unsigned w) {
+        switch (w) {
+            case 1: d[i] = 0; break;
+            case 2: store_u16le(d + i, 0); break;
+            case 4: store_u32le(d + i, 0); break;
+            default: store_u64le(d + i, 0); break;
+        }
+    });
 }
 
 template <bool kStream>
@@ -136,26 +134,6 @@ void ZeroAlignedBody(uint8_t* d, size_t n) {
     }
 }
 
-// Narrow zero stores, head order (1, 2, 4, 8) or tail order (8, 4, 2, 1).
-void ZeroNarrow(uint8_t* d, size_t k, bool head) {
-    const unsigned order_head[4] = {1, 2, 4, 8};
-    const unsigned order_tail[4] = {8, 4, 2, 1};
-    const unsigned* order = head ? order_head : order_tail;
-    size_t i = 0;
-    for (int j = 0; j < 4; ++j) {
-        const unsigned w = order[j];
-        if (k & w) {
-            switch (w) {
-                case 1: d[i] = 0; break;
-                case 2: store_u16le(d + i, 0); break;
-                case 4: store_u32le(d + i, 0); break;
-                default: store_u64le(d + i, 0); break;
-            }
-            i += w;
-        }
-    }
-}
-
 }  // namespace
 
 uint8_t* CopyBytesKernel(const uint8_t* src, uint8_t* dst, int32_t len) {
@@ -168,7 +146,7 @@ uint8_t* CopyBytesKernel(const uint8_t* src, uint8_t* dst, int32_t len) {
         return dst;
     }
     const size_t head = bytes_to_boundary(dst, 16);
-    CopyHead(src, dst, head);
+    CopyNarrow(src, dst, head, true);
     const size_t body = (n - head) & ~static_cast<size_t>(15);
     if (PreferStreamingStores(n)) {
         CopyAlignedBody<true>(src + head, dst + head, body);
@@ -176,7 +154,7 @@ uint8_t* CopyBytesKernel(const uint8_t* src, uint8_t* dst, int32_t len) {
         CopyAlignedBody<false>(src + head, dst + head, body);
     }
     const size_t done = head + body;
-    CopyTail(src + done, dst + done, n - done);
+    CopyNarrow(src + done, dst + done, n - done, false);
     return dst;
 }
 
