@@ -291,7 +291,7 @@ void ExpectDecodesTo(const Bytes& block, const Bytes& want, const std::string& w
         // The empty block is the lone token, which a one-byte source reports as cut short.
         ASSERT_EQ(s, want.empty() ? StatusSrcExhausted : StatusOk) << what << (fast ? " fast" : " careful");
         ASSERT_EQ(written, cap) << what;
-        ASSERT_EQ(std::memcmp(dst.data(), want.data(), want.size()), 0) << what;
+        ASSERT_TRUE(std::equal(want.begin(), want.end(), dst.data())) << what;
     }
 }
 
