@@ -2,6 +2,7 @@
 #include "bench_rows.hpp"
 
 #include <algorithm>
+#include <memory>
 
 #include "checksums.hpp"
 #include "common.hpp"
@@ -36,6 +37,79 @@ std::string VerifyChecksum(const ChecksumKind& kind, std::span<const std::uint8_
     return {};
 }
 
+// LZ4: the input in blocks of up to 4 MiB, as `zyrdc lz4` writes them. Buffers and the
+// hash table live as long as the row, so a timed pass allocates nothing; decoding times the
+// blocks of the greedy encoder, encoded once per input.
+class Lz4Rows {
+public:
+    static constexpr std::size_t kBlock = std::size_t{4} << 20;
+
+    explicit Lz4Rows(int acceleration) : acceleration_(acceleration) {
+        std::int32_t size = 0;
+        CheckStatus(zyrsEncodeLZ4HashTableGetSize_8u(&size), "LZ4 hash table size");
+        table_.resize(static_cast<std::size_t>(size));
+    }
+
+    // Total size of the blocks; `keep` receives them.
+    std::size_t Encode(std::span<const std::uint8_t> in, std::vector<std::vector<std::uint8_t>>* keep) {
+        block_.resize(kBlock + kBlock / 255 + 16);
+        std::size_t total = 0;
+        for (std::size_t at = 0; at < in.size(); at += kBlock) {
+            const auto n = static_cast<std::int32_t>(std::min(kBlock, in.size() - at));
+            std::int32_t len = 0;
+            CheckStatus(zyrsEncodeLZ4Fast_8u(in.data() + at, n, block_.data(), &len, table_.data(),
+                                             acceleration_), "LZ4 encoding");
+            total += static_cast<std::size_t>(len);
+            if (keep != nullptr) keep->emplace_back(block_.begin(), block_.begin() + len);
+        }
+        return total;
+    }
+
+    // Decodes the blocks of `in` into the internal buffer; returns their total size.
+    std::size_t Decode(std::span<const std::uint8_t> in) {
+        if (in.data() != cachedFor_ || in.size() != cachedSize_) {
+            cached_.clear();
+            Encode(in, &cached_);
+            cachedFor_ = in.data();
+            cachedSize_ = in.size();
+            out_.resize(std::min(kBlock, in.size()));
+        }
+        std::size_t total = 0;
+        for (const auto& block : cached_) {
+            std::int32_t len = static_cast<std::int32_t>(out_.size());
+            CheckStatus(zyrsDecodeLZ4_8u(block.data(), static_cast<std::int32_t>(block.size()),
+                                         out_.data(), &len), "LZ4 decoding");
+            total += block.size();
+        }
+        return total;
+    }
+
+    // The blocks of this encoder decode back to the input.
+    std::string Verify(std::span<const std::uint8_t> in) {
+        std::vector<std::vector<std::uint8_t>> blocks;
+        Encode(in, &blocks);
+        std::vector<std::uint8_t> out(kBlock);
+        for (std::size_t i = 0; i < blocks.size(); ++i) {
+            const std::size_t want = std::min(kBlock, in.size() - i * kBlock);
+            std::int32_t len = static_cast<std::int32_t>(out.size());
+            const ZyrStatus s = zyrsDecodeLZ4_8u(blocks[i].data(), static_cast<std::int32_t>(blocks[i].size()),
+                                                 out.data(), &len);
+            if (s != StatusOk || static_cast<std::size_t>(len) != want ||
+                !std::equal(out.begin(), out.begin() + len, in.begin() + static_cast<std::ptrdiff_t>(i * kBlock))) {
+                return "block " + std::to_string(i) + " does not decode to its input (" + StatusName(s) + ")";
+            }
+        }
+        return {};
+    }
+
+private:
+    int acceleration_;
+    std::vector<std::uint8_t> table_, block_, out_;
+    const std::uint8_t* cachedFor_ = nullptr;
+    std::size_t cachedSize_ = 0;
+    std::vector<std::vector<std::uint8_t>> cached_;
+};
+
 }  // namespace
 
 std::vector<BenchRow> BenchRows() {
@@ -50,6 +124,16 @@ std::vector<BenchRow> BenchRows() {
                             return VerifyChecksum(kind, in);
                         }});
     }
+    for (const auto& [name, acceleration] : {std::pair{"lz4", 1}, {"lz4-fast4", 4}}) {
+        auto lz4 = std::make_shared<Lz4Rows>(acceleration);
+        rows.push_back({name,
+                        [lz4](std::span<const std::uint8_t> in) { return lz4->Encode(in, nullptr); },
+                        [lz4](std::span<const std::uint8_t> in) { return lz4->Verify(in); }});
+    }
+    auto decoder = std::make_shared<Lz4Rows>(1);
+    rows.push_back({"lz4-decode",
+                    [decoder](std::span<const std::uint8_t> in) { return decoder->Decode(in); },
+                    [decoder](std::span<const std::uint8_t> in) { return decoder->Verify(in); }});
     return rows;
 }
 

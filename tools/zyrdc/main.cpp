@@ -22,6 +22,14 @@ constexpr Command kCommands[] = {
      "Files are read in pieces, so any size works; '-' or no file reads standard input.\n"
      "Each line is the checksum in 8 hex digits, two spaces and the file name.\n",
      RunSum},
+    {"lz4", "[-d] [-f] [--fast N] IN OUT",
+     "compress or decompress a file in the LZ4 frame format",
+     "  -d, --decompress  decompress IN (frames of the standard lz4 tool, legacy format too)\n"
+     "  -f, --force       overwrite OUT if it exists\n"
+     "      --fast N      accelerated encoder: N from 1 (default, best ratio) to 65537\n"
+     "Writes independent blocks of up to 4 MiB with a content checksum. '-' names standard\n"
+     "input or output. On any error OUT is left as it was.\n",
+     RunLz4},
     {"bench", "[-t SECONDS] [-p PRIMITIVE]... [FILE|-]...",
      "measure and check every primitive over files or a built-in sample",
      "  -t, --time SECONDS      least time spent timing each primitive (default 0.2)\n"
