@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # cli.sh - the zyrdc program seen from outside: checksums against check values and python3
-# references, exit codes and one-line errors, the version line, and bench runs.
-# usage: cli.sh ZYRDC PYTHON VERSION GROUP   (GROUP: sum | errors | info | bench; PYTHON may
-# be empty, which skips the reference checksums)
+# references, exit codes and one-line errors, the version line, bench runs, and LZ4 frames
+# against the lz4 tool in both directions.
+# usage: cli.sh ZYRDC PYTHON VERSION GROUP   (GROUP: sum | errors | info | bench | lz4;
+# PYTHON may be empty, which skips the reference checksums)
 set -u
 ZYRDC=$1 PY=$2 VERSION=$3 GROUP=$4
 T=$(mktemp -d) && trap 'rm -rf "$T"' EXIT
@@ -129,6 +130,66 @@ bench)
   grep -q "^$("$ZYRDC" --version)$" <<<"$out" || fail "bench header lacks the version line"
   [ "$(grep -Ec ' ok$' <<<"$out")" -eq 1 ] && grep -Eq '^crc32c +sample +1048576 ' <<<"$out" ||
     fail "bench -p crc32c on the sample printed: $out"
+  ;;
+lz4)
+  "$ZYRDC" --help | grep -q '^  lz4 ' || { echo "zyrdc lz4 is not in this build: skipped"; exit 0; }
+  LZ4=$(command -v lz4 || true)
+  [ -n "$LZ4" ] || echo "the lz4 tool is not installed: the checks against it are skipped"
+  # Inputs: empty, one byte, text, random bytes, a run over 4 MiB (two blocks), and a mix of
+  # them over several blocks.
+  : >"$T/empty"; printf x >"$T/one"; seq 1 200000 >"$T/text"
+  head -c 300000 /dev/urandom >"$T/random"; head -c 5000000 /dev/zero >"$T/zeros"
+  cat "$T/text" "$T/random" "$T/zeros" "$T/text" >"$T/mix"
+  roundtrip() {  # INPUT LABEL DECODER... : the file $T/z decodes to INPUT
+    local in=$1 label=$2; shift 2
+    "$@" >"$T/back" 2>"$T/err" && cmp -s "$T/back" "$in" || fail "$label: $(cat "$T/err")"
+  }
+  for f in empty one text random zeros mix; do
+    in=$T/$f
+    for fast in 1 9; do
+      rm -f "$T/z"
+      "$ZYRDC" lz4 --fast $fast "$in" "$T/z" || fail "lz4 --fast $fast $f"
+      roundtrip "$in" "zyrdc -d, $f --fast $fast" "$ZYRDC" lz4 -d "$T/z" -
+      [ -z "$LZ4" ] || roundtrip "$in" "lz4 -d, $f --fast $fast" "$LZ4" -d -c "$T/z"
+    done
+    [ -n "$LZ4" ] || continue
+    for opts in "" -BD -BX --content-size -l -9 -B4 "-B5 -BD --no-frame-crc" "-B6 -BX -BD -12"; do
+      # shellcheck disable=SC2086
+      "$LZ4" -q $opts -c "$in" >"$T/z" || fail "lz4 $opts $f"
+      roundtrip "$in" "zyrdc -d, $f from lz4 $opts" "$ZYRDC" lz4 -d "$T/z" -
+    done
+  done
+  # Standard input and output; concatenated frames with a skippable frame between them.
+  "$ZYRDC" lz4 - - <"$T/text" >"$T/z" || fail "lz4 through pipes"
+  roundtrip "$T/text" "zyrdc -d through pipes" sh -c '"$1" lz4 -d - - <"$2"' sh "$ZYRDC" "$T/z"
+  "$ZYRDC" lz4 "$T/one" "$T/z1" || fail "lz4 one"
+  { cat "$T/z"; printf '\x51\x2a\x4d\x18\x03\x00\x00\x00abc'; cat "$T/z1"; } >"$T/cat"
+  cat "$T/text" "$T/one" >"$T/both"
+  roundtrip "$T/both" "concatenated frames" "$ZYRDC" lz4 -d "$T/cat" -
+  # Damaged input: an error line, exit 1 and no output file (nor any temporary file).
+  head -c -3 "$T/z" >"$T/truncated"
+  cp "$T/z" "$T/corrupt" && printf '\xff\xff' | dd of="$T/corrupt" bs=1 seek=5000 conv=notrunc 2>/dev/null
+  for bad in truncated corrupt text empty missing; do
+    expect_error 1 lz4 -d "$T/$bad" "$T/out.lz4"
+    [ ! -e "$T/out.lz4" ] || fail "lz4 -d $bad left an output file"
+  done
+  [ -z "$(find "$T" -name '.*')" ] || fail "a temporary file was left behind: $(find "$T" -name '.*')"
+  # An existing output is kept without -f and replaced with it.
+  echo keep >"$T/exists"
+  expect_error 1 lz4 "$T/text" "$T/exists"
+  [ "$(cat "$T/exists")" = keep ] || fail "lz4 overwrote an existing file without -f"
+  "$ZYRDC" lz4 -f "$T/text" "$T/exists" && roundtrip "$T/text" "lz4 -f" "$ZYRDC" lz4 -d "$T/exists" - ||
+    fail "lz4 -f did not replace the file"
+  while read -r args; do
+    eval "expect_error 2 lz4 $args"
+  done <<'TABLE'
+"$T/text"
+"$T/text" "$T/a" "$T/b"
+--fast 0 "$T/text" "$T/a"
+--fast x "$T/text" "$T/a"
+-d --fast 3 "$T/z" "$T/a"
+-x "$T/text" "$T/a"
+TABLE
   ;;
 *) fail "unknown group $GROUP" ;;
 esac
