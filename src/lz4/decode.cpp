@@ -147,7 +147,7 @@ inline void CopyMatchExact(uint8_t* d, size_t off, size_t len) {
             _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i), v);
         }
     }
-    for (; i < len; ++i) d[i] = d[i - off];
+    for (; i < len; ++i) d[i] = *(d + i - off);
 }
 
 // ---- the cores -------------------------------------------------------------------------------
