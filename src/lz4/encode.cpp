@@ -34,6 +34,10 @@ constexpr ptrdiff_t kClosingRoom = 8;
 constexpr uint32_t kBatchAfterLiterals = 64;
 constexpr int kBatches = 16;
 
+// The encoders' steps are small functions that must melt into one loop per encoder, so that
+// their state stays in registers; the compilers' size heuristics would keep some apart.
+#define ZYRDC_INLINE [[gnu::always_inline]] inline
+
 inline void Copy16(uint8_t* d, const uint8_t* s) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d),
                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
@@ -56,6 +60,7 @@ public:
 
     explicit Table(uint8_t* base) : base_(base) {}
     static uint32_t Hash(const uint8_t* p) { return Hash5(p, kBits); }
+    static uint32_t Hash(uint64_t v) { return Hash40(v, kBits); }
     uint32_t Get(uint32_t h) const {
         Entry e;
         std::memcpy(&e, base_ + h * sizeof(Entry), sizeof e);
@@ -90,7 +95,7 @@ public:
     size_t Reserve() { return pos_++; }
     void Put(size_t at, uint8_t v) { d_[at] = v; }
 
-    void Run(uint32_t count) {
+    ZYRDC_INLINE void Run(uint32_t count) {
         if (count < kRunNibble) {
             return;
         }
@@ -105,7 +110,7 @@ public:
         d_[pos_++] = static_cast<uint8_t>(rest);
     }
     // Literals followed in the source by at least 15 more bytes when `wide_reads` is true.
-    void Literals(const uint8_t* s, size_t n, bool wide_reads) {
+    ZYRDC_INLINE void Literals(const uint8_t* s, size_t n, bool wide_reads) {
         if (wide_reads && pos_ + n + 16 <= cap_) {
             for (size_t i = 0; i < n; i += 16) Copy16(d_ + pos_ + i, s + i);
         } else {
@@ -113,7 +118,7 @@ public:
         }
         pos_ += n;
     }
-    void Offset(uint32_t off) {
+    ZYRDC_INLINE void Offset(uint32_t off) {
         store_u16le(d_ + pos_, static_cast<uint16_t>(off));
         pos_ += 2;
     }
@@ -132,23 +137,28 @@ struct Match {
 
 // Bytes equal at pos and cand: 0 if the first words differ, 4..7 from the second words,
 // else byte by byte from 8 up to `limit` (compared a machine word at a time).
-inline uint32_t MatchLength(const uint8_t* src, uint32_t pos, uint32_t cand, uint32_t limit) {
+ZYRDC_INLINE uint32_t MatchLength(const uint8_t* src, uint32_t pos, uint32_t cand, uint32_t limit) {
     const uint8_t* p = src + pos;
     const uint8_t* c = src + cand;
-    if (load_u32le(p) != load_u32le(c)) {
-        return 0;
-    }
-    const uint32_t second = load_u32le(p + 4) ^ load_u32le(c + 4);
-    if (second != 0) {
-        return kMinMatch + static_cast<uint32_t>(__builtin_ctz(second)) / 8;
-    }
     uint32_t len = 8;
     if constexpr (sizeof(size_t) == 8) {
+        const uint64_t first = load_u64le(p) ^ load_u64le(c);  // both words at once
+        if (static_cast<uint32_t>(first) != 0) return 0;
+        if (first != 0) return static_cast<uint32_t>(__builtin_ctzll(first)) / 8;
+        for (; len + 16 <= limit; len += 16) {  // long matches: 16 bytes a step
+            const __m128i eq = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + len)),
+                                              _mm_loadu_si128(reinterpret_cast<const __m128i*>(c + len)));
+            const uint32_t differ = static_cast<uint32_t>(_mm_movemask_epi8(eq)) ^ 0xFFFF;
+            if (differ != 0) return len + static_cast<uint32_t>(__builtin_ctz(differ));
+        }
         for (; len + 8 <= limit; len += 8) {
             const uint64_t x = load_u64le(p + len) ^ load_u64le(c + len);
             if (x != 0) return len + static_cast<uint32_t>(__builtin_ctzll(x)) / 8;
         }
     } else {
+        if (load_u32le(p) != load_u32le(c)) return 0;
+        const uint32_t second = load_u32le(p + 4) ^ load_u32le(c + 4);
+        if (second != 0) return kMinMatch + static_cast<uint32_t>(__builtin_ctz(second)) / 8;
         for (; len + 4 <= limit; len += 4) {
             const uint32_t x = load_u32le(p + len) ^ load_u32le(c + len);
             if (x != 0) return len + static_cast<uint32_t>(__builtin_ctz(x)) / 8;
@@ -158,52 +168,113 @@ inline uint32_t MatchLength(const uint8_t* src, uint32_t pos, uint32_t cand, uin
     return len;
 }
 
+// The source and the table, with the three steps of a probe. Search loops work on a local
+// copy: stores into the table or the block (bytes, which may alias anything) then cannot
+// force the source, length and table address to be reloaded from memory at every step.
+template <class T>
+struct Matcher {
+    const uint8_t* src;
+    uint32_t n;
+    T table;
+
+    // Hash of a position with at least 8 bytes after it (every position up to the last
+    // probed one): on x86-64 from one 8-byte load, whose next bytes also give the hashes of
+    // the next positions (Window, HashAhead).
+    uint32_t Hash(uint32_t pos) const {
+        if constexpr (sizeof(void*) == 8) {
+            return T::Hash(load_u64le(src + pos));
+        } else {
+            return T::Hash(src + pos);
+        }
+    }
+    uint64_t Window(uint32_t pos) const { return sizeof(void*) == 8 ? load_u64le(src + pos) : 0; }
+    uint32_t HashAhead(uint64_t window, uint32_t pos, unsigned ahead) const {
+        if constexpr (sizeof(void*) == 8) {
+            return T::Hash(window >> (8 * ahead));
+        } else {
+            return T::Hash(src + pos + ahead);
+        }
+    }
+    // Hash of any position with at least 5 bytes after it.
+    uint32_t HashNearEnd(uint32_t pos) const { return T::Hash(src + pos); }
+    // Read the candidate, store the position, compare: the match length, or 0.
+    ZYRDC_INLINE uint32_t Probe(uint32_t pos, uint32_t h, uint32_t tail, uint32_t& cand) {
+        cand = table.Get(h);
+        table.Put(h, pos);
+        return Length(pos, cand, tail);
+    }
+    ZYRDC_INLINE uint32_t Length(uint32_t pos, uint32_t cand, uint32_t tail) const {
+        return T::InReach(pos, cand) ? MatchLength(src, pos, cand, n - pos - tail) : 0;
+    }
+};
+
+// Probes from `p` (at most `last`) one position at a time, the step growing from
+// (k0 >> shift) by one every (1 << shift) failed probes. The next position's hash and
+// candidate are read before the current candidate is compared, so that the loads of one
+// probe overlap the compare of the other; the table sees the same reads and stores in the
+// same order as probing one position after the other.
+template <class T, unsigned kShift>
+ZYRDC_INLINE bool ProbeWithGrowingStep(Matcher<T>& mt, uint32_t p, uint32_t last, uint32_t k0, uint32_t tail,
+                          Match& m) {
+    uint32_t h = mt.Hash(p);
+    uint32_t cand = mt.table.Get(h);
+    for (uint32_t k = k0;; ++k) {
+        mt.table.Put(h, p);
+        const uint32_t next = p + (k >> kShift);
+        uint32_t nextCand = 0;
+        if (next <= last) {
+            h = mt.Hash(next);
+            nextCand = mt.table.Get(h);
+        }
+        if (const uint32_t len = mt.Length(p, cand, tail)) {
+            m = {p, cand, len};
+            return true;
+        }
+        if (next > last) return false;
+        p = next;
+        cand = nextCand;
+    }
+}
+
 // What the encoders share: the source, the table, the block and the sequence writer.
 template <class T>
 class Encoder {
 public:
     Encoder(const uint8_t* src, uint32_t n, uint8_t* dst, size_t capacity, uint8_t* table)
-        : src_(src), n_(n), last_(n - kProbeTail), table_(table), out_(dst, capacity) {}
+        : src_(src), n_(n), last_(n - kProbeTail), matcher_{src, n, T(table)}, out_(dst, capacity) {}
 
 protected:
-    // Hash, read the candidate, store the position, compare.
-    bool Probe(uint32_t pos, uint32_t tail, Match& m) {
-        const uint32_t h = T::Hash(src_ + pos);
-        const uint32_t cand = table_.Get(h);
-        table_.Put(h, pos);
-        return Check(pos, cand, tail, m);
-    }
-    bool Check(uint32_t pos, uint32_t cand, uint32_t tail, Match& m) const {
-        if (!T::InReach(pos, cand)) {
-            return false;
-        }
-        const uint32_t len = MatchLength(src_, pos, cand, n_ - pos - tail);
-        m = {pos, cand, len};
-        return len >= kMinMatch;
-    }
     // Takes in earlier bytes that match too, as long as they are still pending literals.
-    void ExtendBackwards(Match& m) const {
-        while (m.cand > 0 && m.pos > anchor_ && src_[m.pos - 1] == src_[m.cand - 1]) {
-            --m.pos;
-            --m.cand;
-            ++m.len;
-        }
+    ZYRDC_INLINE void ExtendBackwards(Match& m) const {
+        const uint8_t* const src = src_;
+        const uint32_t pos = m.pos;
+        // Steps back at most this far: to the anchor, and while the candidate is above 0.
+        const uint32_t most = std::min(pos - anchor_, m.cand);
+        uint32_t back = 0;
+        while (back < most && src[pos - back - 1] == src[m.cand - back - 1]) ++back;
+        m.pos -= back;
+        m.cand -= back;
+        m.len += back;
     }
     // Token, literal run, literals, offset; the match length is completed by EndSequence.
-    size_t BeginSequence(const Match& m) {
+    ZYRDC_INLINE size_t BeginSequence(const Match& m) {
+        Output out = out_;
         const uint32_t lit = m.pos - anchor_;
-        const size_t token = out_.Reserve();
-        out_.Run(lit);
-        out_.Literals(src_ + anchor_, lit, true);  // literals end at a probed position
-        out_.Offset(m.pos - m.cand);
+        const size_t token = out.Reserve();
+        out.Run(lit);
+        out.Literals(src_ + anchor_, lit, true);  // literals end at a probed position
+        out.Offset(m.pos - m.cand);
+        out_ = out;
         return token;
     }
-    void EndSequence(size_t token, const Match& m, uint32_t len) {
+    ZYRDC_INLINE void EndSequence(size_t token, const Match& m, uint32_t len) {
+        Output out = out_;
         const uint32_t lit = m.pos - anchor_;
         const uint32_t code = len - kMinMatch;
-        out_.Put(token, static_cast<uint8_t>(std::min(lit, kRunNibble) << 4 |
-                                             std::min(code, kRunNibble)));
-        out_.Run(code);
+        out.Put(token, static_cast<uint8_t>(std::min(lit, kRunNibble) << 4 |
+                                            std::min(code, kRunNibble)));
+        out.Run(code);
+        out_ = out;
         lastLiterals_ = lit;
         anchor_ = m.pos + len;
     }
@@ -218,7 +289,7 @@ protected:
     const uint8_t* const src_;
     const uint32_t n_;
     const uint32_t last_;  // the last position that may be probed (when n_ > kProbeTail)
-    T table_;
+    Matcher<T> matcher_;
     Output out_;
     uint32_t anchor_ = 0;  // first byte not yet in the block
     uint32_t lastLiterals_ = 0;
@@ -231,17 +302,25 @@ class Greedy : Encoder<T> {
     using Base = Encoder<T>;
     using Base::anchor_;
     using Base::last_;
+    using Base::matcher_;
     using Base::n_;
     using Base::out_;
-    using Base::src_;
-    using Base::table_;
 
 public:
     Greedy(const uint8_t* src, uint32_t n, uint8_t* dst, size_t capacity, uint8_t* table)
         : Base(src, n, dst, capacity, table), cap_(static_cast<ptrdiff_t>(capacity)),
           limit_(static_cast<ptrdiff_t>(capacity) - kClosingRoom) {}
 
-    EncodeResult Run() {
+    // Runs on a copy in a local variable: its state can then live in registers, which
+    // stores into the block (bytes, which may alias anything) would otherwise force back
+    // to memory.
+    EncodeResult Run() const {
+        Greedy local = *this;
+        return local.Encode();
+    }
+
+private:
+    EncodeResult Encode() {
         Match m;
         if (n_ <= kProbeTail || !FirstMatch(m)) {
             return Close();
@@ -252,57 +331,79 @@ public:
         return Close();
     }
 
-private:
     // Positions one by one at first, then a step that grows by one every 16 failed probes
     // (narrow layout) or every 64 (wide layout, whose sources are long enough to afford a
     // longer close look).
-    bool FirstMatch(Match& m) {
+    ZYRDC_INLINE bool FirstMatch(Match& m) {
         constexpr uint32_t kOneByOne = T::kWide ? 63 : 16;
         constexpr unsigned kShift = T::kWide ? 6 : 4;
+        Matcher<T> mt = matcher_;
+        const uint32_t last = last_;
         uint32_t p = 1;
         for (; p <= kOneByOne; ++p) {
-            if (p > last_) return false;
-            if (this->Probe(p, kFirstMatchTail, m)) return true;
+            if (p > last) return false;
+            uint32_t cand;
+            if (const uint32_t len = mt.Probe(p, mt.Hash(p), kFirstMatchTail, cand)) {
+                m = {p, cand, len};
+                return true;
+            }
         }
-        for (uint32_t k = 1u << kShift;; ++k) {
-            if (p > last_) return false;
-            if (this->Probe(p, kFirstMatchTail, m)) return true;
-            p += k >> kShift;
-        }
+        return p <= last && ProbeWithGrowingStep<T, kShift>(mt, p, last, 1u << kShift, kFirstMatchTail, m);
     }
 
     // From the end of the last match: after a short literal run, up to 16 batches of three
     // neighbours (all hashes and candidates read before the stores, the stores before the
     // compares), then a step that starts at 2 and grows by one every 64 failed probes.
-    bool NextMatch(Match& m) {
+    ZYRDC_INLINE bool NextMatch(Match& m) {
+        Matcher<T> mt = matcher_;
+        const uint32_t last = last_;
         uint32_t p = anchor_;
         bool found = false;
         if (this->lastLiterals_ < kBatchAfterLiterals) {
-            for (int b = 0; b < kBatches && !found; ++b, p += 3) {
-                if (p + 2 > last_ || LiteralsReachLimit(p)) return false;
-                const uint32_t h0 = T::Hash(src_ + p);
-                const uint32_t h1 = T::Hash(src_ + p + 1);
-                const uint32_t h2 = T::Hash(src_ + p + 2);
-                const uint32_t c0 = table_.Get(h0), c1 = table_.Get(h1), c2 = table_.Get(h2);
-                table_.Put(h0, p);
-                table_.Put(h1, p + 1);
-                table_.Put(h2, p + 2);
-                found = this->Check(p, c0, kLaterMatchTail, m) ||
-                        this->Check(p + 1, c1, kLaterMatchTail, m) ||
-                        this->Check(p + 2, c2, kLaterMatchTail, m);
+            for (int b = 0; b < kBatches; ++b, p += 3) {
+                if (p + 2 > last || LiteralsReachLimit(p)) return false;
+                const uint64_t w = mt.Window(p);
+                const uint32_t h0 = mt.HashAhead(w, p, 0), h1 = mt.HashAhead(w, p, 1), h2 = mt.HashAhead(w, p, 2);
+                const uint32_t c0 = mt.table.Get(h0), c1 = mt.table.Get(h1), c2 = mt.table.Get(h2);
+                mt.table.Put(h0, p);
+                mt.table.Put(h1, p + 1);
+                mt.table.Put(h2, p + 2);
+                uint32_t len;
+                if ((len = mt.Length(p, c0, kLaterMatchTail)) != 0) {
+                    m = {p, c0, len};
+                } else if ((len = mt.Length(p + 1, c1, kLaterMatchTail)) != 0) {
+                    m = {p + 1, c1, len};
+                } else if ((len = mt.Length(p + 2, c2, kLaterMatchTail)) != 0) {
+                    m = {p + 2, c2, len};
+                } else {
+                    continue;
+                }
+                found = true;
+                break;
             }
         }
-        for (uint32_t k = 128; !found; ++k) {
-            if (p > last_ || LiteralsReachLimit(p)) return false;
-            found = this->Probe(p, kLaterMatchTail, m);
-            p += k >> 6;
+        if (!found) {
+            if constexpr (kBounded) {
+                // The bounded encoder also stops once the pending literals could not be
+                // written, so it probes one position at a time with that test.
+                uint32_t cand;
+                for (uint32_t k = 128;; ++k, p += (k - 1) >> 6) {
+                    if (p > last || LiteralsReachLimit(p)) return false;
+                    if (const uint32_t len = mt.Probe(p, mt.Hash(p), kLaterMatchTail, cand)) {
+                        m = {p, cand, len};
+                        break;
+                    }
+                }
+            } else if (p > last || !ProbeWithGrowingStep<T, 6>(mt, p, last, 128, kLaterMatchTail, m)) {
+                return false;
+            }
         }
         this->ExtendBackwards(m);
         return true;
     }
 
     // Bounded: the pending literals up to p could no longer be written before the limit.
-    bool LiteralsReachLimit(uint32_t p) const {
+    ZYRDC_INLINE bool LiteralsReachLimit(uint32_t p) const {
         if constexpr (!kBounded) {
             return false;
         } else {
@@ -313,7 +414,7 @@ private:
 
     // Writes the sequence; false if the bounded encoder abandoned it (the block is then
     // closed from the same anchor).
-    bool Emit(const Match& m) {
+    ZYRDC_INLINE bool Emit(const Match& m) {
         uint32_t len = m.len;
         if constexpr (kBounded) {
             const ptrdiff_t lit = m.pos - anchor_;
@@ -364,67 +465,87 @@ class Accelerated : Encoder<T> {
     using Base = Encoder<T>;
     using Base::anchor_;
     using Base::last_;
+    using Base::matcher_;
     using Base::n_;
-    using Base::src_;
-    using Base::table_;
 
 public:
     Accelerated(const uint8_t* src, uint32_t n, uint8_t* dst, uint8_t* table, uint32_t acceleration)
         : Base(src, n, dst, static_cast<size_t>(WorstCaseBlockSize(n)), table),
           accel_(acceleration) {}
 
-    EncodeResult Run() {
+    EncodeResult Run() const {
+        Accelerated local = *this;
+        return local.Encode();
+    }
+
+private:
+    EncodeResult Encode() {
         if (n_ <= kProbeTail) {
             return this->Finish(n_);
         }
         // Position 1 against position 0: a run starting the block is found at once.
-        Match m;
-        table_.Put(T::Hash(src_ + 1), 1);
-        bool first = true;
-        if (!this->Check(1, 0, kAcceleratedTail, m) && !Search(2, m)) {
+        Match m{1, 0, 0};
+        matcher_.table.Put(matcher_.Hash(1), 1);
+        m.len = matcher_.Length(1, 0, kAcceleratedTail);
+        if (m.len == 0 && !Search(2, m)) {
             return this->Finish(n_);
         }
-        for (;;) {
+        for (bool first = true;; first = false) {
             if (!first) this->ExtendBackwards(m);
-            first = false;
             this->EndSequence(this->BeginSequence(m), m, m.len);
             // Seed the table near the match end and look right there before thinning out.
+            Matcher<T> mt = matcher_;
             const uint32_t end = anchor_;
-            table_.Put(T::Hash(src_ + end - 2), end - 2);
+            mt.table.Put(mt.HashNearEnd(end - 2), end - 2);
             if (end > last_) break;
-            if (this->Probe(end, kAcceleratedTail, m)) continue;
+            uint32_t cand, len;
+            if ((len = mt.Probe(end, mt.Hash(end), kAcceleratedTail, cand)) != 0) {
+                m = {end, cand, len};
+                continue;
+            }
             if (end + 1 > last_) break;
-            if (this->Probe(end + 1, kAcceleratedTail, m)) continue;
+            if ((len = mt.Probe(end + 1, mt.Hash(end + 1), kAcceleratedTail, cand)) != 0) {
+                m = {end + 1, cand, len};
+                continue;
+            }
             if (!Search(end + 2, m)) break;
         }
         return this->Finish(n_ - anchor_);
     }
 
-private:
     // Batches of four positions `step` apart (hashes first, then each candidate read, the
     // position stored and compared in turn); the step grows by one every 16 batches. Near
     // the end, single positions with a step that grows by one every 64 probes.
-    bool Search(uint32_t start, Match& m) {
+    ZYRDC_INLINE bool Search(uint32_t start, Match& m) {
+        Matcher<T> mt = matcher_;
+        const uint64_t last = last_;
         uint64_t p = start;
         uint64_t counter = uint64_t{64} * accel_;
         uint64_t step = accel_;
         for (;;) {
-            if (p + 3 * step <= last_) {
+            if (p + 3 * step <= last) {
                 uint32_t pos[4], h[4];
                 for (int j = 0; j < 4; ++j) {
                     pos[j] = static_cast<uint32_t>(p + j * step);
-                    h[j] = T::Hash(src_ + pos[j]);
+                    h[j] = mt.Hash(pos[j]);
                 }
                 for (int j = 0; j < 4; ++j) {
-                    const uint32_t cand = table_.Get(h[j]);
-                    table_.Put(h[j], pos[j]);
-                    if (this->Check(pos[j], cand, kAcceleratedTail, m)) return true;
+                    uint32_t cand;
+                    if (const uint32_t len = mt.Probe(pos[j], h[j], kAcceleratedTail, cand)) {
+                        m = {pos[j], cand, len};
+                        return true;
+                    }
                 }
                 p += 4 * step;
                 counter += 4;
             } else {
-                if (p > last_) return false;
-                if (this->Probe(static_cast<uint32_t>(p), kAcceleratedTail, m)) return true;
+                if (p > last) return false;
+                const auto q = static_cast<uint32_t>(p);
+                uint32_t cand;
+                if (const uint32_t len = mt.Probe(q, mt.Hash(q), kAcceleratedTail, cand)) {
+                    m = {q, cand, len};
+                    return true;
+                }
                 p += step;
                 counter += 1;
             }
@@ -434,6 +555,8 @@ private:
 
     const uint32_t accel_;
 };
+
+#undef ZYRDC_INLINE
 
 }  // namespace
 

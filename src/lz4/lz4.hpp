@@ -57,12 +57,31 @@ inline constexpr uint32_t kMaxOffset = 65535;
 // Sources up to this length are one literal-only sequence: no position can be probed.
 inline constexpr int32_t kLiteralOnlyMax = 21;
 
+inline constexpr uint64_t kHashMultiplier = 0xCA1BACDCBBull;  // 40 bits: 0xCA, then 0x1BACDCBB
+
+// The hash of the 40-bit value in the low five bytes of v (the bytes above are ignored):
+// bits 24.. of v times the multiplier, taken as bits 48.. of (v << 24) times it.
+inline uint32_t Hash40(uint64_t v, int bits) {
+    return static_cast<uint32_t>(((v << 24) * kHashMultiplier) >> 48) & ((1u << bits) - 1);
+}
+
 // Hash of the five bytes at p (a 40-bit little-endian value) into `bits` bits (12 or 13).
 inline uint32_t Hash5(const uint8_t* p, int bits) {
-    constexpr uint64_t kMul = 0xCA1BACDCBBull;  // 40-bit multiplier: 0xCA, then 0x1BACDCBB
-    const uint64_t v = load_u32le(p) | static_cast<uint64_t>(p[4]) << 32;
-    return static_cast<uint32_t>((v * kMul) >> 24) & ((1u << bits) - 1);
+    const uint32_t lo = load_u32le(p), hi = p[4];
+    const uint32_t mask = (1u << bits) - 1;
+    if constexpr (sizeof(void*) == 8) {
+        return Hash40(lo | static_cast<uint64_t>(hi) << 32, bits);
+    } else {
+        // The same bits from 32-bit products: with v = lo + hi 2^32 and M = ml + mh 2^32,
+        // v M = lo ml + (lo mh + hi ml) 2^32 modulo 2^64, so bits 24.. of the product are
+        // (lo ml >> 24) + ((lo mh + hi ml) << 8).
+        constexpr uint32_t ml = static_cast<uint32_t>(kHashMultiplier);
+        constexpr uint32_t mh = static_cast<uint32_t>(kHashMultiplier >> 32);
+        const uint32_t low = static_cast<uint32_t>((static_cast<uint64_t>(lo) * ml) >> 24);
+        return (low + ((lo * mh + hi * ml) << 8)) & mask;
+    }
 }
+static_assert(sizeof(void*) == 8 || sizeof(void*) == 4);
 
 // The block size of an incompressible source: one token, the 255-run of the literal count
 // and every byte as a literal. No block of these encoders is longer.
