@@ -83,6 +83,7 @@ constexpr auto kEightModOffset = [] {
 }();
 static_assert(kPatternStride[3] == 15 && kPatternStride[7] == 14 && kPatternStride[9] == 9);
 
+
 // The 16 bytes that a match of offset 1..15 writes first: the `off` bytes before d repeated.
 // Reads up to 8 bytes past d - off + 8, i.e. at most 8 bytes from d on, whose old content
 // is masked away.
@@ -113,7 +114,22 @@ inline __m128i RepeatPattern(const uint8_t* d, size_t off) {
 // to 15 bytes past the match.
 inline void CopyMatchWide(uint8_t* d, size_t off, size_t len) {
     if (off >= 16) {
-        for (size_t i = 0; i < len; i += 16) Copy16(d + i, d + i - off);
+        // 16 bytes, then 16 or 32 a step (32 once both halves of a step come from before
+        // it).
+        Copy16(d, d - off);
+        if (len <= 16) return;
+        Copy16(d + 16, d + 16 - off);
+        if (len <= 32) return;
+        if (off >= 32) {
+            for (size_t i = 32; i < len; i += 32) {
+                const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i - off));
+                const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i + 16 - off));
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i), a);
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i + 16), b);
+            }
+        } else {
+            for (size_t i = 32; i < len; i += 16) Copy16(d + i, d + i - off);
+        }
     } else if (len <= off) {
         Copy16(d, d - off);  // one load before the store: the first `len` bytes are right
     } else if (off != 0) {
@@ -166,9 +182,7 @@ public:
         uint8_t* op = out_;
         for (;;) {
             if constexpr (kFast) {
-                while (iend_ - ip >= kSrcMargin && oend_ - op >= kDstMargin &&
-                       FastSequence(ip, op)) {
-                }
+                FastLoop(ip, op);
             }
             DecodeResult r;
             if (!CarefulSequence(ip, op, r)) {
@@ -203,49 +217,62 @@ private:
         }
     }
 
-    // One sequence with wide copies, taken only when every byte it touches lies inside the
-    // margins; anything else (long runs near an end, a bad offset, a length overflow) is left
-    // untouched for the careful path, so both paths give the same result.
-    bool FastSequence(const uint8_t*& ip, uint8_t*& op) const {
-        const uint8_t* p = ip;
-        const uint32_t token = *p++;
-        uint32_t lit = token >> 4;
-        if (lit == 15 && ReadRun(p, iend_, lit) != RunEnd::Done) {
-            return false;
+    // Sequences with wide copies while every byte they touch lies inside the margins. A
+    // sequence that does not (long runs near an end, a bad offset, a length overflow) is
+    // left untouched for the careful path, so that both paths give the same result. A
+    // function of its own with all state in local variables: the loop then keeps it in
+    // registers (stores into the destination could alias the members, and the careful
+    // path's code would compete for registers).
+    [[gnu::noinline]] void FastLoop(const uint8_t*& ipInOut, uint8_t*& opInOut) const {
+        if (iend_ - src_ < kSrcMargin || oend_ - out_ < kDstMargin) {
+            return;
         }
-        if (static_cast<ptrdiff_t>(lit) > (iend_ - kSrcMargin) - p ||
-            (lit > kShortLiterals && static_cast<ptrdiff_t>(lit) > (oend_ - kDstMargin) - op)) {
-            return false;
-        }
-        const uint8_t* const lits = p;
-        p += lit;
-        const size_t off = load_u16le(p);
-        p += 2;
-        uint32_t mlen = token & 15;
-        if (mlen == 15 && ReadRun(p, iend_, mlen) != RunEnd::Done) {
-            return false;
-        }
-        mlen += kMinMatch;
-        uint8_t* const m = op + lit;
-        if (static_cast<ptrdiff_t>(mlen) > (oend_ - kDstMargin) - m ||
-            static_cast<ptrdiff_t>(off) > Reach(m)) {
-            return false;
-        }
-        Copy16(op, lits);
-        if (lit > 16) {
-            Copy16(op + 16, lits + 16);
-            for (uint32_t i = 32; i < lit; i += kLiteralBlock) {
-                Copy16(op + i, lits + i);
-                Copy16(op + i + 16, lits + i + 16);
+        const uint8_t* ip = ipInOut;
+        uint8_t* op = opInOut;
+        const uint8_t* const iend = iend_;
+        const uint8_t* const ilimit = iend_ - kSrcMargin;
+        uint8_t* const olimit = oend_ - kDstMargin;
+        const uint8_t* const lowest = out_ - history_;  // the history's first byte
+        while (ip <= ilimit && op <= olimit) {
+            const uint8_t* p = ip;
+            const uint32_t token = *p++;
+            uint32_t lit = token >> 4;
+            if (lit == 15 && ReadRun(p, iend, lit) != RunEnd::Done) break;
+            if (static_cast<ptrdiff_t>(lit) > ilimit - p ||
+                (lit > kShortLiterals && static_cast<ptrdiff_t>(lit) > olimit - op)) {
+                break;
             }
+            const uint8_t* const lits = p;
+            p += lit;
+            const size_t off = load_u16le(p);
+            p += 2;
+            uint32_t mlen = token & 15;
+            if (mlen == 15 && ReadRun(p, iend, mlen) != RunEnd::Done) break;
+            mlen += kMinMatch;
+            uint8_t* const m = op + lit;
+            if (static_cast<ptrdiff_t>(mlen) > olimit - m || static_cast<ptrdiff_t>(off) > m - lowest) {
+                break;
+            }
+            Copy16(op, lits);
+            if (lit > 16) {
+                Copy16(op + 16, lits + 16);
+                for (uint32_t i = 32; i < lit; i += kLiteralBlock) {
+                    Copy16(op + i, lits + i);
+                    Copy16(op + i + 16, lits + i + 16);
+                }
+            }
+            size_t fromDict = 0;
+            if constexpr (C == Core::Separate) {
+                fromDict = CopyFromDictionary(m, off, mlen);
+            }
+            if (fromDict < mlen) {
+                CopyMatchWide(m + fromDict, off, mlen - fromDict);
+            }
+            ip = p;
+            op = m + mlen;
         }
-        const size_t fromDict = CopyFromDictionary(m, off, mlen);
-        if (fromDict < mlen) {
-            CopyMatchWide(m + fromDict, off, mlen - fromDict);
-        }
-        ip = p;
-        op = m + mlen;
-        return true;
+        ipInOut = ip;
+        opInOut = op;
     }
 
     // One sequence with every end rule of the core. Returns false with the result set when
