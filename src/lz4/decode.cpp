@@ -44,6 +44,16 @@ inline void Copy16(uint8_t* d, const uint8_t* s) {
                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
 }
 
+// 16 bytes as two 8-byte moves, both loads first. Matches read output written moments
+// before, still in the store queue; an 8-byte load lies within one earlier store more often
+// than a 16-byte one does, and only then is it forwarded without waiting (measured: a few
+// per cent on files with many short sequences).
+inline void Copy8Pair(uint8_t* d, const uint8_t* s) {
+    const uint64_t a = load_u64le(s), b = load_u64le(s + 8);
+    store_u64le(d, a);
+    store_u64le(d + 8, b);
+}
+
 enum class RunEnd { Done, SourceEnd, Overflow };
 
 // Adds a 255-run to `total`: bytes while they equal 255, then the first byte below 255.
@@ -116,7 +126,7 @@ inline void CopyMatchWide(uint8_t* d, size_t off, size_t len) {
     if (off >= 16) {
         // 16 bytes, then 16 or 32 a step (32 once both halves of a step come from before
         // it).
-        Copy16(d, d - off);
+        Copy8Pair(d, d - off);
         if (len <= 16) return;
         Copy16(d + 16, d + 16 - off);
         if (len <= 32) return;
@@ -253,7 +263,7 @@ private:
             if (static_cast<ptrdiff_t>(mlen) > olimit - m || static_cast<ptrdiff_t>(off) > m - lowest) {
                 break;
             }
-            Copy16(op, lits);
+            Copy8Pair(op, lits);
             if (lit > 16) {
                 Copy16(op + 16, lits + 16);
                 for (uint32_t i = 32; i < lit; i += kLiteralBlock) {
