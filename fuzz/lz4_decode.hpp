@@ -29,10 +29,11 @@ struct Run {
 
 inline int DecodeOneCore(Core core, const uint8_t* data, size_t size) {
     if (size < 5) return 0;
-    const int32_t capacity = 1 + (data[0] | data[1] << 8) % 70000;
+    // Sizes up to a few KiB reach every path (the margins are 64 bytes) and keep runs fast.
+    const int32_t capacity = 1 + (data[0] | data[1] << 8) % 8192;
     // At least one byte of history for the dictionary cores: without any, the exported
     // function runs the plain core instead.
-    const int32_t history = (data[2] | data[3] << 8) + (core != Core::Plain ? 1 : 0);
+    const int32_t history = (data[2] | data[3] << 8) % 4096 + (core != Core::Plain ? 1 : 0);
     const uint8_t* src = data + 4;
     const auto srcLen = static_cast<int32_t>(size - 4);
     // Separate: the buffer holds `history` placeholder bytes (never read), then 17 bytes of
