@@ -72,16 +72,19 @@ inline uint32_t Hash5(const uint8_t* p, int bits) {
     if constexpr (sizeof(void*) == 8) {
         return Hash40(lo | static_cast<uint64_t>(hi) << 32, bits);
     } else {
-        // The same bits from 32-bit products: with v = lo + hi 2^32 and M = ml + mh 2^32,
+        // The same bits from one 32-bit product: with v = lo + hi 2^32 and M = ml + mh 2^32,
         // v M = lo ml + (lo mh + hi ml) 2^32 modulo 2^64, so bits 24.. of the product are
-        // (lo ml >> 24) + ((lo mh + hi ml) << 8).
+        // (lo ml >> 24) + ((lo mh + hi ml) << 8). At most 13 bits are kept, so only the low
+        // 5 bits of the second term count, and the multipliers reduce modulo 32 to small
+        // constants that need no multiply instruction.
         constexpr uint32_t ml = static_cast<uint32_t>(kHashMultiplier);
         constexpr uint32_t mh = static_cast<uint32_t>(kHashMultiplier >> 32);
         const uint32_t low = static_cast<uint32_t>((static_cast<uint64_t>(lo) * ml) >> 24);
-        return (low + ((lo * mh + hi * ml) << 8)) & mask;
+        return (low + ((lo * (mh & 31) + hi * (ml & 31)) << 8)) & mask;
     }
 }
 static_assert(sizeof(void*) == 8 || sizeof(void*) == 4);
+static_assert((kHashMultiplier >> 32 & 31) == 10 && (kHashMultiplier & 31) == 27);
 
 // The block size of an incompressible source: one token, the 255-run of the literal count
 // and every byte as a literal. No block of these encoders is longer.
