@@ -8,14 +8,6 @@
 #include "harness.hpp"
 #include "zyrdc.h"
 
-namespace {
-
-void Check(bool ok) {
-    if (!ok) __builtin_trap();
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     const uint8_t knob = data[0];
@@ -24,7 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int32_t room = 1 + knob % 64 * (knob & 0x80 ? 40 : 1);
     const int32_t cut = 1 + static_cast<int32_t>((knob * 2654435761u) % static_cast<uint32_t>(n));
     uint8_t state[264];
-    Check(zyrsDecodeRLEStateInit_BZ2_8u(state) == StatusOk);
+    FuzzCheck(zyrsDecodeRLEStateInit_BZ2_8u(state) == StatusOk);
     size_t total = 0;
     for (int32_t at = 0; at < n;) {
         const uint8_t* p = src + at;
@@ -35,12 +27,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             uint8_t* d = dst.data();
             int32_t free = room;
             const ZyrStatus st = zyrsDecodeRLEState_BZ2_8u(&p, &left, &d, &free, state);
-            Check(st == StatusOk || st == StatusDstFull);
-            Check(free >= 0 && d == dst.data() + (room - free) && p == src + at + (piece - left));
+            FuzzCheck(st == StatusOk || st == StatusDstFull);
+            FuzzCheck(free >= 0 && d == dst.data() + (room - free) && p == src + at + (piece - left));
             total += static_cast<size_t>(room - free);
             if (st == StatusOk) break;
         }
-        Check(left == 0);
+        FuzzCheck(left == 0);
         at += piece;
     }
     for (ZyrStatus st = StatusDstFull; st == StatusDstFull;) {
@@ -48,10 +40,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         uint8_t* d = dst.data();
         int32_t free = room;
         st = zyrsDecodeRLEStateFlush_BZ2_8u(state, &d, &free);
-        Check(free >= 0 && free <= room);
+        FuzzCheck(free >= 0 && free <= room);
         total += static_cast<size_t>(room - free);
     }
     // Every source byte stands for at most 259 / 5 output bytes on average, plus literals.
-    Check(total <= size * 64 + 300);
+    FuzzCheck(total <= size * 64 + 300);
     return 0;
 }

@@ -16,10 +16,6 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-void Check(bool ok) {
-    if (!ok) __builtin_trap();
-}
-
 bool ShortBudgetRanOut(const Bytes& block) {
     const auto n = static_cast<uint32_t>(block.size());
     Bytes text(block);
@@ -40,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     // Run-length stage in two calls, then the flush.
     uint8_t rle_state[264], in_use[256];
-    Check(zyrsEncodeRLEInit_BZ2_8u(rle_state) == StatusOk);
+    FuzzCheck(zyrsEncodeRLEInit_BZ2_8u(rle_state) == StatusOk);
     Bytes rle(block.size() * 5 / 4 + 8);
     int32_t rle_len = 0;
     const int32_t cut = 1 + static_cast<int32_t>(knob * 977u % static_cast<uint32_t>(n));
@@ -48,69 +44,69 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int32_t piece : {cut, n - cut}) {
         if (piece == 0) continue;
         int32_t left = piece, room = static_cast<int32_t>(rle.size()) - rle_len;
-        Check(zyrsEncodeRLE_BZ2_8u(&p, &left, rle.data() + rle_len, &room, rle_state) == StatusOk);
+        FuzzCheck(zyrsEncodeRLE_BZ2_8u(&p, &left, rle.data() + rle_len, &room, rle_state) == StatusOk);
         rle_len += room;
     }
     int32_t one = 1;
-    Check(zyrsEncodeRLEFlush_BZ2_8u(rle.data() + rle_len, &one, rle_state) == StatusOk);
+    FuzzCheck(zyrsEncodeRLEFlush_BZ2_8u(rle.data() + rle_len, &one, rle_state) == StatusOk);
     rle.resize(static_cast<size_t>(rle_len + one));
-    Check(zyrsRLEGetInUseTable_8u(in_use, rle_state) == StatusOk);
+    FuzzCheck(zyrsRLEGetInUseTable_8u(in_use, rle_state) == StatusOk);
     const auto m = static_cast<int32_t>(rle.size());
     int32_t dictionary = 0;
-    Check(zyrsReduceDictionary_8u_I(in_use, rle.data(), m, &dictionary) == StatusOk);
+    FuzzCheck(zyrsReduceDictionary_8u_I(in_use, rle.data(), m, &dictionary) == StatusOk);
 
     // Transform with the chosen strategy (an abandoned sort is redone with the fallback).
     const auto strategy = static_cast<int32_t>(knob % 4);
     uint32_t bytes = 0;
-    Check(zyrsBWTFwdGetBufSize_SelectSort_8u(static_cast<uint32_t>(m), &bytes, 3) == StatusOk);
+    FuzzCheck(zyrsBWTFwdGetBufSize_SelectSort_8u(static_cast<uint32_t>(m), &bytes, 3) == StatusOk);
     Bytes buffer(bytes), last(rle.size());
     int32_t index = 0;
     ZyrStatus st = zyrsBWTFwd_SelectSort_8u(rle.data(), last.data(), static_cast<uint32_t>(m), &index,
                                             buffer.data(), strategy);
     if (st == StatusBwtSortAbandoned) {
-        Check(strategy == 0);
+        FuzzCheck(strategy == 0);
         st = zyrsBWTFwd_SelectSort_8u(rle.data(), last.data(), static_cast<uint32_t>(m), &index,
                                       buffer.data(), 3);
     }
-    Check(st == StatusOk && index >= 0 && index < m);
+    FuzzCheck(st == StatusOk && index >= 0 && index < m);
 
     // Move-to-front and zero runs.
     uint8_t mtf_state[256];
-    Check(zyrsMTFInit_8u(mtf_state) == StatusOk);
+    FuzzCheck(zyrsMTFInit_8u(mtf_state) == StatusOk);
     Bytes mtf(rle.size());
-    Check(zyrsMTFFwd_8u(last.data(), mtf.data(), m, mtf_state) == StatusOk);
+    FuzzCheck(zyrsMTFFwd_8u(last.data(), mtf.data(), m, mtf_state) == StatusOk);
     std::vector<uint16_t> symbols(rle.size());
     std::vector<uint32_t> freq(258, 0);
     const uint8_t* q = mtf.data();
     int32_t left = m, count = m;
-    Check(zyrsEncodeZ1Z2_BZ2_8u16u(&q, &left, symbols.data(), &count, freq.data()) == StatusOk);
+    FuzzCheck(zyrsEncodeZ1Z2_BZ2_8u16u(&q, &left, symbols.data(), &count, freq.data()) == StatusOk);
 
     // And back.
     Bytes indexes(rle.size()), column(rle.size()), reduced(rle.size());
     const uint16_t* s = symbols.data();
     int32_t decoded = m;
-    Check(zyrsDecodeZ1Z2_BZ2_16u8u(&s, &count, indexes.data(), &decoded) == StatusOk && decoded == m);
-    Check(indexes == mtf);
-    Check(zyrsMTFInit_8u(mtf_state) == StatusOk);
-    Check(zyrsMTFInv_8u(indexes.data(), column.data(), m, mtf_state) == StatusOk);
-    Check(column == last);
+    FuzzCheck(zyrsDecodeZ1Z2_BZ2_16u8u(&s, &count, indexes.data(), &decoded) == StatusOk && decoded == m);
+    FuzzCheck(indexes == mtf);
+    FuzzCheck(zyrsMTFInit_8u(mtf_state) == StatusOk);
+    FuzzCheck(zyrsMTFInv_8u(indexes.data(), column.data(), m, mtf_state) == StatusOk);
+    FuzzCheck(column == last);
     int32_t inv_bytes = 0;
-    Check(zyrsBWTInvGetSize_8u(m, &inv_bytes) == StatusOk);
+    FuzzCheck(zyrsBWTInvGetSize_8u(m, &inv_bytes) == StatusOk);
     Bytes inv_buffer(static_cast<size_t>(inv_bytes));
-    Check(zyrsBWTInv_8u(column.data(), reduced.data(), m, index, inv_buffer.data()) == StatusOk);
+    FuzzCheck(zyrsBWTInv_8u(column.data(), reduced.data(), m, index, inv_buffer.data()) == StatusOk);
     if (reduced != rle) {
-        Check(m < static_cast<int32_t>(zyrdc::bzip2::kShortBlock) && ShortBudgetRanOut(rle));
+        FuzzCheck(m < static_cast<int32_t>(zyrdc::bzip2::kShortBlock) && ShortBudgetRanOut(rle));
         return 0;
     }
-    Check(zyrsExpandDictionary_8u_I(in_use, reduced.data(), m, dictionary) == StatusOk);
+    FuzzCheck(zyrsExpandDictionary_8u_I(in_use, reduced.data(), m, dictionary) == StatusOk);
     uint8_t dec_state[264];
-    Check(zyrsDecodeRLEStateInit_BZ2_8u(dec_state) == StatusOk);
+    FuzzCheck(zyrsDecodeRLEStateInit_BZ2_8u(dec_state) == StatusOk);
     Bytes out(block.size());
     const uint8_t* r = reduced.data();
     uint8_t* d = out.data();
     int32_t rleft = m, room = n;
-    Check(zyrsDecodeRLEState_BZ2_8u(&r, &rleft, &d, &room, dec_state) == StatusOk);
-    Check(zyrsDecodeRLEStateFlush_BZ2_8u(dec_state, &d, &room) == StatusOk && room == 0);
-    Check(out == block);
+    FuzzCheck(zyrsDecodeRLEState_BZ2_8u(&r, &rleft, &d, &room, dec_state) == StatusOk);
+    FuzzCheck(zyrsDecodeRLEStateFlush_BZ2_8u(dec_state, &d, &room) == StatusOk && room == 0);
+    FuzzCheck(out == block);
     return 0;
 }

@@ -9,14 +9,6 @@
 #include "harness.hpp"
 #include "zyrdc.h"
 
-namespace {
-
-void Check(bool ok) {
-    if (!ok) __builtin_trap();
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 3) return 0;
     const int32_t room = 1 + data[0] * 8;
@@ -31,8 +23,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         int32_t len = room;
         const uint16_t* before = p;
         const ZyrStatus st = zyrsDecodeZ1Z2_BZ2_16u8u(&p, &left, dst.data(), &len);
-        Check(st == StatusOk || st == StatusDstFull);
-        Check(len >= 0 && len <= room && p >= before);
+        FuzzCheck(st == StatusOk || st == StatusDstFull);
+        FuzzCheck(len >= 0 && len <= room && p >= before);
         decoded.insert(decoded.end(), dst.begin(), dst.begin() + len);
         if (st == StatusOk || len == 0) break;  // a run longer than the room ends the test
     }
@@ -43,11 +35,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint8_t* q = decoded.data();
     auto n = static_cast<int32_t>(decoded.size());
     int32_t cap = static_cast<int32_t>(coded.size());
-    Check(zyrsEncodeZ1Z2_BZ2_8u16u(&q, &n, coded.data(), &cap, freq.data()) == StatusOk);
+    FuzzCheck(zyrsEncodeZ1Z2_BZ2_8u16u(&q, &n, coded.data(), &cap, freq.data()) == StatusOk);
     std::vector<uint8_t> again(decoded.size());
     const uint16_t* c = coded.data();
     int32_t got = static_cast<int32_t>(again.size());
-    Check(zyrsDecodeZ1Z2_BZ2_16u8u(&c, &cap, again.data(), &got) == StatusOk);
-    Check(again == decoded);
+    FuzzCheck(zyrsDecodeZ1Z2_BZ2_16u8u(&c, &cap, again.data(), &got) == StatusOk);
+    FuzzCheck(again == decoded);
     return 0;
 }
