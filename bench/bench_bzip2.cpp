@@ -66,13 +66,15 @@ std::vector<Block> Cut(const Bytes& file, int64_t block) {
     return out;
 }
 
-// Working memory of the largest block, allocated once so that no timed loop allocates.
+// Working memory of the largest block, allocated once so that no timed loop allocates. The
+// run-length stage may lengthen a block by a quarter (four equal bytes and a count of 0).
 struct Work {
     Bytes bwt_buffer, inv_buffer, a, b, c;
     std::vector<uint16_t> symbols;
     std::vector<int32_t> divsufsort_work;
     std::vector<uint32_t> freq;
-    explicit Work(int32_t n) {
+    explicit Work(int32_t block) {
+        const int32_t n = block + block / 4 + 1;
         int32_t size = 0;
         zyrsBWTFwdGetSize_8u(n, &size);
         bwt_buffer.resize(static_cast<size_t>(size));
