@@ -15,12 +15,9 @@ constexpr size_t kAreaAlign = 64;
 uint8_t* AlignUp(uint8_t* p, size_t align) { return p + bytes_to_boundary(p, align); }
 uint32_t* Words(uint8_t* p) { return reinterpret_cast<uint32_t*>(p); }
 
-// The quicksort reads keys up to this many bytes past a rotation's start; a block shorter
-// than that is continued cyclically beyond its second copy.
-constexpr uint32_t kKeyReach = 17;
-
 // Copies the block twice, back to back, and continues it cyclically up to n + kKeyReach
-// bytes when 2n is shorter. Returns the bytes the text occupies.
+// bytes when 2n is shorter (the quicksort's keys read that far past a rotation's start).
+// Returns the bytes the text occupies.
 uint32_t LayOutText(const uint8_t* src, uint8_t* text, uint32_t n) {
     CopyBytesKernel(src, text, static_cast<int32_t>(n));
     CopyBytesKernel(src, text + n, static_cast<int32_t>(n));

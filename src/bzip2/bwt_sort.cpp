@@ -4,8 +4,8 @@
 //
 // Every rotation is read as contiguous bytes: `text` holds the block followed by its cyclic
 // continuation (the block again), so rotation i is text[i .. i+n). The quicksort's word keys
-// read up to 17 bytes past the start of a rotation; blocks shorter than that are continued
-// further by the caller (see bwt.cpp).
+// read up to kKeyReach bytes past the start of a rotation; blocks shorter than that are
+// continued further by the caller (see bwt.cpp).
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -36,8 +36,8 @@ constexpr uint32_t kShellRange = 11;
 constexpr uint32_t kShellDepth = 14;
 // Below this depth the partition key is one byte, from it on a big-endian 32-bit word.
 constexpr uint32_t kWordKeyDepth = 6;
-// Deepest read of a key: a word at depth kShellDepth - 1.
-static_assert(kShellDepth - 1 + 4 <= 17, "keys reach at most 17 bytes past a start");
+// No key is read at kShellDepth or deeper, so a word key ends within kKeyReach bytes.
+static_assert(kShellDepth - 1 + 4 <= kKeyReach);
 
 // The pending ranges of one quicksort. Each split pushes at most three parts, the smallest
 // on top; the range worked on next is then at most half of the one split, so the stack grows

@@ -52,6 +52,8 @@ enum class SortStrategy : int32_t {
     kBudgetedFallback = 3,   // bucket sort, prefix doubling when the budget runs out
 };
 
+// The multikey quicksort's keys read up to this many bytes past a rotation's start.
+inline constexpr uint32_t kKeyReach = 17;
 // Blocks below this many bytes are sorted whole by the multikey quicksort.
 inline constexpr uint32_t kShortBlock = 100;
 // Short-block budgets per byte: the default entry point allows a little more than the one
