@@ -6,6 +6,7 @@
 //                                 zero-run coding, as a bzip2 compressor runs them
 //   bwt_chain/bzip2_9/FILE/BLOCK  libbz2's BZ2_bzBuffToBuffCompress at level 9 on each block
 //   bwt_inv, mtf_fwd, mtf_inv, zrun_enc, zrun_dec /zyrdc/FILE/BLOCK   the other stages alone
+//   bwt_inv/divsufsort/FILE/BLOCK inverse_bw_transform of divbwt's output of the same blocks
 // Bytes per second count the file's bytes. bwt_fwd/zyrdc also reports the spread of its
 // blocks: block_min_MBps and block_median_MBps (each block's fastest pass, in processor
 // time), so that data on which the sort turns slow shows even when the whole file's rate
@@ -178,9 +179,9 @@ void BM_Blocks(benchmark::State& state, const Input* in, Stage stage, bool sprea
 
 // Stages after the transform take its output; they are prepared once per file, untimed.
 struct Prepared {
-    std::vector<Bytes> last, indexes;
+    std::vector<Bytes> last, indexes, divbwt_last;
     std::vector<std::vector<uint16_t>> symbols;
-    std::vector<int32_t> primary;
+    std::vector<int32_t> primary, divbwt_primary;
 };
 
 Prepared Prepare(const Input& in) {
@@ -202,11 +203,17 @@ Prepared Prepare(const Input& in) {
         p.indexes.push_back(std::move(idx));
         p.symbols.push_back(std::move(sym));
         p.primary.push_back(index);
+#if defined(ZYRDC_HAVE_DIVSUFSORT)
+        // divbwt's own output and index, for its inverse (its convention differs from ours).
+        Bytes d(static_cast<size_t>(blk.size));
+        p.divbwt_primary.push_back(divbwt(blk.data, d.data(), w.divsufsort_work.data(), blk.size));
+        p.divbwt_last.push_back(std::move(d));
+#endif
     }
     return p;
 }
 
-enum class Later { kBwtInv, kMtfFwd, kMtfInv, kZrunEnc, kZrunDec };
+enum class Later { kBwtInv, kDivsufsortInv, kMtfFwd, kMtfInv, kZrunEnc, kZrunDec };
 
 void BM_Later(benchmark::State& state, const Input* in, Later which) {
     const Prepared p = Prepare(*in);
@@ -218,6 +225,12 @@ void BM_Later(benchmark::State& state, const Input* in, Later which) {
             switch (which) {
                 case Later::kBwtInv:
                     zyrsBWTInv_8u(p.last[i].data(), w.a.data(), n, p.primary[i], w.inv_buffer.data());
+                    break;
+                case Later::kDivsufsortInv:
+#if defined(ZYRDC_HAVE_DIVSUFSORT)
+                    inverse_bw_transform(p.divbwt_last[i].data(), w.a.data(), w.divsufsort_work.data(), n,
+                                         p.divbwt_primary[i]);
+#endif
                     break;
                 case Later::kMtfFwd:
                     zyrsMTFInit_8u(mtf);
@@ -278,7 +291,11 @@ bool RegisterAll() {
 #endif
     }
     const std::pair<const char*, Later> later[] = {
-        {"bwt_inv/zyrdc", Later::kBwtInv},   {"mtf_fwd/zyrdc", Later::kMtfFwd},
+        {"bwt_inv/zyrdc", Later::kBwtInv},
+#if defined(ZYRDC_HAVE_DIVSUFSORT)
+        {"bwt_inv/divsufsort", Later::kDivsufsortInv},
+#endif
+        {"mtf_fwd/zyrdc", Later::kMtfFwd},
         {"mtf_inv/zyrdc", Later::kMtfInv},   {"zrun_enc/zyrdc", Later::kZrunEnc},
         {"zrun_dec/zyrdc", Later::kZrunDec},
     };

@@ -92,6 +92,8 @@ def main():
     runs = [(label, load(path)) for label, path in zip(["x86-64", "i686"], sys.argv[1:3])]
     ratio_table("Forward transform, zyrsBWTFwd_8u / divbwt (throughput ratio, above 1 is faster)",
                 runs, ("bwt_fwd", "zyrdc"), ("bwt_fwd", "divbwt"))
+    ratio_table("Inverse transform, zyrsBWTInv_8u / libdivsufsort's inverse_bw_transform",
+                runs, ("bwt_inv", "zyrdc"), ("bwt_inv", "divsufsort"))
     ratio_table("Forward stage chain (run-length, dictionary, transform, move-to-front, zero runs)"
                 " / BZ2_bzBuffToBuffCompress at level 9 on the same blocks", runs,
                 ("bwt_chain", "zyrdc"), ("bwt_chain", "bzip2_9"))
