@@ -2,7 +2,7 @@
 """bzip2_tables.py - the bzip2 tables of docs/benchmarks.md from zyrdc_bench JSON output.
 
 Usage:
-    bench/bzip2_tables.py X86_64.json I686.json
+    bench/bzip2_tables.py X86_64.json[,MORE.json] I686.json[,MORE.json]
 
 Each file comes from a run with --benchmark_filter='^(bwt|mtf|zrun)' and repetitions; the
 median of the repetitions is used. Ratios compare throughputs measured in the same run.
@@ -16,12 +16,14 @@ FILES = ["alice29.txt", "lcet10.txt", "plrabn12.txt", "kennedy.xls", "ptt5", "bi
 BLOCKS = [100000, 900000]
 
 
-def load(path):
-    """{(family, impl, file, block): median row}."""
-    with open(path, encoding="utf-8") as f:
-        doc = json.load(f)
+def load(paths):
+    """{(family, impl, file, block): median row} over comma-separated files (later ones win)."""
+    benchmarks = []
+    for path in paths.split(","):
+        with open(path, encoding="utf-8") as f:
+            benchmarks += json.load(f)["benchmarks"]
     rows = {}
-    for b in doc["benchmarks"]:
+    for b in benchmarks:
         if b.get("aggregate_name") != "median":
             continue
         family, impl, name, block = b["run_name"].split("/")
