@@ -47,6 +47,17 @@ TARGETS = [
 ]
 
 
+FAMILY_ORDER = ["adler32", "crc32", "crc32c", "crc32_bzip2", "memcpy"]
+IMPL_ORDER = ["zyrdc", "zyrdc_scalar", "zyrdc_sliced", "zyrdc_bytewise", "zlib", "libdeflate", "libc"]
+
+
+def order(family_impl):
+    """Sort key: families and implementations in a fixed order, unknown names last."""
+    fam, _, impl = family_impl.partition("/")
+    return (FAMILY_ORDER.index(fam) if fam in FAMILY_ORDER else len(FAMILY_ORDER), fam,
+            IMPL_ORDER.index(impl) if impl in IMPL_ORDER else len(IMPL_ORDER), impl)
+
+
 def load(path):
     """Returns ({run_name: bytes_per_second}, {run_name: cv}, context)."""
     with open(path, encoding="utf-8") as f:
@@ -97,11 +108,7 @@ def main():
     print(f"\n#### {label}: absolute throughput, MB/s (10^6 bytes/s; medians)\n")
     print(head.replace("| |", "| benchmark |", 1))
     print(rule)
-    families = []
-    for key in bps:
-        fam = key.rsplit("/", 1)[0]
-        if fam not in families:
-            families.append(fam)
+    families = sorted({key.rsplit("/", 1)[0] for key in bps}, key=order)
     for fam in families:
         vals = [bps.get(f"{fam}/{s}") for s in SIZES]
         print(f"| {fam} | " + " | ".join(cell(None if v is None else v / 1e6, "{:,.0f}")

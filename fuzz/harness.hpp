@@ -5,3 +5,8 @@
 #include <cstdint>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+// A failed expectation: stop at once, so that libFuzzer (or the replay) reports the input.
+inline void FuzzCheck(bool ok) {
+    if (!ok) __builtin_trap();
+}

@@ -14,10 +14,12 @@ BASE=(build-essential cmake ninja-build pkg-config gcc-multilib g++-multilib cla
       libclang-rt-14-dev llvm
       libgtest-dev libgmock-dev libbenchmark-dev
       zlib1g-dev libdeflate-dev liblz4-dev liblzo2-dev libbz2-dev libzfp-dev libxxhash-dev
+      libdivsufsort-dev
       lz4 gzip bzip2 lzop zfp xxhash)
 # The 32-bit twins of the libraries the i686 tests and benchmarks link against.
 I386=(libgtest-dev:i386 libgmock-dev:i386 libbenchmark-dev:i386 zlib1g-dev:i386 libdeflate-dev:i386
-      liblz4-dev:i386 liblzo2-dev:i386 libbz2-dev:i386 libxxhash-dev:i386)
+      liblz4-dev:i386 liblzo2-dev:i386 libbz2-dev:i386 libxxhash-dev:i386
+      libdivsufsort-dev:i386 libbz2-1.0:i386)
 
 missing() {
   local p out=()

@@ -65,5 +65,19 @@ endforeach()
 if(NOT dynamic MATCHES "\\(SONAME\\)[^\n]*\\[${SONAME}\\]")
   message(FATAL_ERROR "SONAME is not ${SONAME}")
 endif()
+# No load-time work and no mutable globals: the start files contribute one constructor slot
+# (frame_dummy) and one pointer each of .data and .bss (__dso_handle, completed.0); anything
+# more is the library's own.
+execute_process(COMMAND ${READELF} -SW ${LIB} OUTPUT_VARIABLE sections)
+string(REPLACE "\n" ";" sections "${sections}")
+foreach(line IN LISTS sections)
+  if(line MATCHES "\\] (\\.init_array|\\.data|\\.bss|\\.tbss|\\.tdata) +[A-Z_]+ +[0-9a-f]+ [0-9a-f]+ ([0-9a-f]+) ")
+    math(EXPR size "0x${CMAKE_MATCH_2}")
+    if(size GREATER 8)
+      message(FATAL_ERROR "section ${CMAKE_MATCH_1} holds ${size} bytes: constructors or mutable globals")
+    endif()
+  endif()
+endforeach()
+
 list(LENGTH expected count)
 message(STATUS "binary properties hold: ${count} exports, libc only")

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # cli.sh - the zyrdc program seen from outside: checksums against check values and python3
-# references, exit codes and one-line errors, the version line, bench runs, and LZ4 frames
-# against the lz4 tool in both directions.
-# usage: cli.sh ZYRDC PYTHON VERSION GROUP   (GROUP: sum | errors | info | bench | lz4;
+# references, exit codes and one-line errors, the version line, bench runs, LZ4 frames
+# against the lz4 tool in both directions, and bwt round trips with the bzip2 program as the
+# oracle of the block CRC.
+# usage: cli.sh ZYRDC PYTHON VERSION GROUP   (GROUP: sum | errors | info | bench | lz4 | bwt;
 # PYTHON may be empty, which skips the reference checksums)
 set -u
 ZYRDC=$1 PY=$2 VERSION=$3 GROUP=$4
@@ -190,6 +191,47 @@ lz4)
 -d --fast 3 "$T/z" "$T/a"
 -x "$T/text" "$T/a"
 TABLE
+  ;;
+bwt)
+  # Round trips: empty, one byte, runs longer than a count byte holds, text over several
+  # 900000-byte blocks, random bytes.
+  : >"$T/empty"; printf x >"$T/one"
+  head -c 3000000 /dev/zero >"$T/zeros"
+  { for i in $(seq 1 40000); do echo "line $i of the rotation test, the same words again"; done; } >"$T/text"
+  head -c 1000000 /dev/urandom >"$T/random"
+  for f in empty one zeros text random; do
+    "$ZYRDC" bwt "$T/$f" "$T/$f.bwt" && "$ZYRDC" bwt -d "$T/$f.bwt" "$T/$f.back" &&
+      cmp -s "$T/$f" "$T/$f.back" || fail "bwt round trip of $f"
+  done
+  "$ZYRDC" bwt - "$T/stdin.bwt" <"$T/text" && cmp -s "$T/stdin.bwt" "$T/text.bwt" ||
+    fail "bwt from standard input differs"
+  # The standard bzip2 program as the oracle of the block CRC: its first block header holds
+  # the CRC big-endian at bytes 10..13, ours little-endian at bytes 17..20.
+  if command -v bzip2 >/dev/null; then
+    head -c 500000 "$T/text" >"$T/block"
+    "$ZYRDC" bwt "$T/block" "$T/block.bwt" || fail "bwt of one block"
+    ours=$(od -An -tx1 -j17 -N4 "$T/block.bwt" | awk '{print $4 $3 $2 $1}')
+    theirs=$(bzip2 -9 -c "$T/block" | od -An -tx1 -j10 -N4 | tr -d ' ')
+    [ -n "$ours" ] && [ "$ours" = "$theirs" ] || fail "block CRC $ours, bzip2 says $theirs"
+  else
+    echo "bzip2 not found: block CRC oracle skipped"
+  fi
+  # A damaged symbol, a truncated file and a foreign file fail with one line and leave no
+  # output; an existing output needs -f.
+  cp "$T/text.bwt" "$T/bad.bwt"
+  printf '\x07' | dd of="$T/bad.bwt" bs=1 seek=2000 conv=notrunc status=none
+  head -c 5000 "$T/text.bwt" >"$T/short.bwt"
+  for f in bad.bwt short.bwt text; do
+    expect_error 1 bwt -d "$T/$f" "$T/dec"
+    [ ! -e "$T/dec" ] || fail "bwt -d $f left an output file"
+    ls "$T" | grep -q '^dec\.' && fail "bwt -d $f left a temporary file"
+  done
+  expect_error 1 bwt "$T/one" "$T/text.bwt"
+  "$ZYRDC" bwt -f "$T/one" "$T/text.bwt" && "$ZYRDC" bwt -d -f "$T/text.bwt" "$T/text.back" &&
+    cmp -s "$T/one" "$T/text.back" || fail "bwt -f did not overwrite"
+  expect_error 2 bwt "$T/one"
+  expect_error 2 bwt "$T/one" -
+  expect_error 1 bwt "$T/missing" "$T/dec"
   ;;
 *) fail "unknown group $GROUP" ;;
 esac

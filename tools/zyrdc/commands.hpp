@@ -24,5 +24,6 @@ int RunVersion(const Command& self, std::span<char* const> args);
 int RunSum(const Command& self, std::span<char* const> args);
 int RunBench(const Command& self, std::span<char* const> args);
 int RunLz4(const Command& self, std::span<char* const> args);
+int RunBwt(const Command& self, std::span<char* const> args);
 
 }  // namespace zyrdc::tool

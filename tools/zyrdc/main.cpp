@@ -38,6 +38,15 @@ constexpr Command kCommands[] = {
      "repeatedly; the best pass gives MB/s (10^6 input bytes per second). Without files\n"
      "the input is a fixed 1 MiB mix of text, byte runs and random bytes.\n",
      RunBench},
+    {"bwt", "[-d] [-f] IN OUT",
+     "run a file through the bzip2 block stages into OUT, or back with -d",
+     "  -d, --decompress  turn a file made by 'zyrdc bwt' back into the original\n"
+     "  -f, --force       overwrite OUT if it exists\n"
+     "Blocks of up to 900000 bytes after the run-length stage pass through the dictionary\n"
+     "reduction, the Burrows-Wheeler transform, move-to-front and zero-run coding; the\n"
+     "container keeps each block's primary index, in-use table, bzip2 block CRC and\n"
+     "symbols (see README). On the way back every block's CRC is checked. IN may be '-'.\n",
+     RunBwt},
     {"version", "", "print the library name, version and build date (also --version)", "",
      RunVersion},
 };

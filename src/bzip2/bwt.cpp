@@ -1,0 +1,132 @@
+// bwt.cpp - forward Burrows-Wheeler transform (working areas carved from the caller's buffer,
+// the strategy's sort, the last column and primary index) and the inverse transform.
+#include <cstring>
+
+#include "bzip2/bzip2.hpp"
+#include "core/bits.hpp"
+#include "core/copy.hpp"
+
+namespace zyrdc::bzip2 {
+
+namespace {
+
+constexpr size_t kAreaAlign = 64;
+
+uint8_t* AlignUp(uint8_t* p, size_t align) { return p + bytes_to_boundary(p, align); }
+uint32_t* Words(uint8_t* p) { return reinterpret_cast<uint32_t*>(p); }
+
+// Copies the block twice, back to back, and continues it cyclically up to n + kKeyReach
+// bytes when 2n is shorter (the quicksort's keys read that far past a rotation's start).
+// Returns the bytes the text occupies.
+uint32_t LayOutText(const uint8_t* src, uint8_t* text, uint32_t n) {
+    CopyBytesKernel(src, text, static_cast<int32_t>(n));
+    CopyBytesKernel(src, text + n, static_cast<int32_t>(n));
+    uint32_t len = 2 * n;
+    for (; len < n + kKeyReach; ++len) text[len] = text[len - n];
+    return len;
+}
+
+// Row j holds the byte before its rotation's start: text[r + n - 1] is s[(r - 1) mod n]. The
+// primary index is the row of rotation 0.
+int32_t EmitLastColumn(const uint8_t* text, uint32_t n, const uint32_t* sa, uint8_t* dst) {
+    int32_t index = 0;
+    for (uint32_t j = 0; j < n; ++j) {
+        dst[j] = text[sa[j] + n - 1];
+        if (sa[j] == 0) index = static_cast<int32_t>(j);
+    }
+    return index;
+}
+
+bool SingleByteValue(const uint8_t* src, uint32_t n) {
+    for (uint32_t i = 1; i < n; ++i) {
+        if (src[i] != src[0]) return false;
+    }
+    return true;
+}
+
+// Prefix-doubling layout: the doubled block, then four word arrays of n entries.
+const uint32_t* RunDoubling(uint8_t* text, uint32_t text_len, uint32_t n) {
+    uint8_t* area = AlignUp(text + text_len, alignof(uint32_t));
+    uint32_t* a = Words(area);
+    return DoublingSort(text, n, a, a + n, a + 2 * static_cast<size_t>(n),
+                        a + 3 * static_cast<size_t>(n));
+}
+
+}  // namespace
+
+ZyrStatus BwtForward(const uint8_t* src, uint8_t* dst, uint32_t n, int32_t* index,
+                     uint8_t* buffer, SortStrategy strategy, int64_t short_budget) {
+    uint8_t* text = AlignUp(buffer, kAreaAlign);
+    if (n >= kShortBlock && static_cast<uint32_t>(strategy) > 3) return StatusOk;
+    const uint32_t text_len = LayOutText(src, text, n);
+
+    if (n < kShortBlock) {
+        // The whole block by the quicksort; what the budget leaves is emitted as it stands.
+        uint32_t* sa = Words(AlignUp(text + text_len, alignof(uint32_t)));
+        for (uint32_t i = 0; i < n; ++i) sa[i] = i;
+        MultikeyQuicksort(text, n, sa, 0, n - 1, 0, short_budget * n);
+        *index = EmitLastColumn(text, n, sa, dst);
+        return StatusOk;
+    }
+    if (SingleByteValue(src, n)) {
+        // Every rotation is the same: the last column is the block, and row 0 is as good as
+        // any for the primary index.
+        CopyBytesKernel(src, dst, static_cast<int32_t>(n));
+        *index = 0;
+        return StatusOk;
+    }
+    if (strategy == SortStrategy::kDoubling) {
+        *index = EmitLastColumn(text, n, RunDoubling(text, text_len, n), dst);
+        return StatusOk;
+    }
+
+    // Bucket-sort layout: bucket positions and pair counters on 64-byte boundaries, the
+    // rotation starts after them.
+    uint32_t* bucket_pos = Words(AlignUp(text + text_len, kAreaAlign));
+    uint32_t* pair_start = bucket_pos + 65536;
+    uint32_t* sa = Words(AlignUp(reinterpret_cast<uint8_t*>(pair_start + 65537), kAreaAlign));
+    const int64_t budget = strategy == SortStrategy::kUnbudgeted ? -1
+                           : n < 99900                            ? int64_t{100} * n
+                                                                  : int64_t{25} * n;
+    if (!BucketSort(text, n, sa, bucket_pos, pair_start, budget)) {
+        if (strategy == SortStrategy::kBudgeted) return StatusBwtSortAbandoned;
+        *index = EmitLastColumn(text, n, RunDoubling(text, text_len, n), dst);
+        return StatusOk;
+    }
+    *index = EmitLastColumn(text, n, sa, dst);
+    return StatusOk;
+}
+
+void BwtInverse(const uint8_t* src, uint8_t* dst, uint32_t n, uint32_t index, uint8_t* buffer) {
+    // Counters, then their exclusive running sums: the first row that begins with each value.
+    uint32_t start[256] = {};
+    for (uint32_t i = 0; i < n; ++i) ++start[src[i]];
+    for (uint32_t v = 0, sum = 0; v < 256; ++v) {
+        const uint32_t c = start[v];
+        start[v] = sum;
+        sum += c;
+    }
+    // Successor table after the 1024 counter bytes, in a buffer with no alignment promise.
+    uint8_t* next = buffer + 1024;
+    if (n < (1u << 24)) {
+        // Each entry also carries the byte it leads to, so the walk touches one word a step.
+        for (uint32_t i = 0; i < n; ++i) {
+            store_u32le(next + 4 * static_cast<size_t>(start[src[i]]++), i << 8 | src[i]);
+        }
+        uint32_t p = index;
+        for (uint32_t j = 0; j < n; ++j) {
+            const uint32_t v = load_u32le(next + 4 * static_cast<size_t>(p));
+            dst[j] = static_cast<uint8_t>(v);
+            p = v >> 8;
+        }
+        return;
+    }
+    for (uint32_t i = 0; i < n; ++i) store_u32le(next + 4 * static_cast<size_t>(start[src[i]]++), i);
+    uint32_t p = index;
+    for (uint32_t j = 0; j < n; ++j) {
+        p = load_u32le(next + 4 * static_cast<size_t>(p));
+        dst[j] = src[p];
+    }
+}
+
+}  // namespace zyrdc::bzip2

@@ -1,0 +1,359 @@
+// bwt_sort.cpp - the three ways of sorting a block's rotations: the multikey quicksort with
+// its Shell-sort finish and work budget, the two-byte bucket sort built on it, and the
+// prefix-doubling sort that takes over when the budget runs out.
+//
+// Every rotation is read as contiguous bytes: `text` holds the block followed by its cyclic
+// continuation (the block again), so rotation i is text[i .. i+n). The quicksort's word keys
+// read up to kKeyReach bytes past the start of a rotation; blocks shorter than that are
+// continued further by the caller (see bwt.cpp).
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "bzip2/bzip2.hpp"
+#include "core/bits.hpp"
+
+namespace zyrdc::bzip2 {
+
+namespace {
+
+// ---- multikey quicksort ------------------------------------------------------------------
+
+// Shell-sort gaps: Ciura's measured sequence up to 701 (it has no closed form), then each gap
+// three times the one before, and INT32_MAX as the end mark.
+constexpr std::array<uint32_t, 22> MakeShellGaps() {
+    std::array<uint32_t, 22> g{1, 4, 10, 23, 57, 132, 301, 701, 1750};
+    for (size_t i = 9; i + 1 < g.size(); ++i) g[i] = 3 * g[i - 1];
+    g[g.size() - 1] = 2147483647u;
+    return g;
+}
+constexpr std::array<uint32_t, 22> kShellGaps = MakeShellGaps();
+static_assert(kShellGaps[9] == 5250 && kShellGaps[15] == 3827250 && kShellGaps[20] == 930021750);
+
+// A range whose last - first is below this, or whose depth reached kShellDepth, goes to the
+// Shell sort.
+constexpr uint32_t kShellRange = 11;
+constexpr uint32_t kShellDepth = 14;
+// Below this depth the partition key is one byte, from it on a big-endian 32-bit word.
+constexpr uint32_t kWordKeyDepth = 6;
+// No key is read at kShellDepth or deeper, so a word key ends within kKeyReach bytes.
+static_assert(kShellDepth - 1 + 4 <= kKeyReach);
+
+// The pending ranges of one quicksort. Each split pushes at most three parts, the smallest
+// on top; the range worked on next is then at most half of the one split, so the stack grows
+// by at most two entries each time the working range halves: 2 * 32 + 3 entries cover any
+// 32-bit count.
+constexpr int kStackEntries = 72;
+
+struct Range {
+    uint32_t first, last, depth;
+};
+
+uint32_t WordAt(const uint8_t* p) { return byte_swap32(load_u32le(p)); }
+
+// Compares two rotations over len bytes from a and b; `matched` gets the number of equal
+// bytes before the deciding one (len when the two are equal).
+int CompareRotations(const uint8_t* a, const uint8_t* b, uint32_t len, uint32_t& matched) {
+    uint32_t i = 0;
+    for (; i + 4 <= len; i += 4) {
+        const uint32_t x = WordAt(a + i), y = WordAt(b + i);
+        if (x != y) {
+            matched = i + static_cast<uint32_t>(__builtin_clz(x ^ y)) / 8;
+            return x < y ? -1 : 1;
+        }
+    }
+    for (; i < len; ++i) {
+        if (a[i] != b[i]) {
+            matched = i;
+            return a[i] < b[i] ? -1 : 1;
+        }
+    }
+    matched = len;
+    return 0;
+}
+
+// Shell sort of s[first..last] comparing whole rotations from `depth`. With a budget, every
+// comparison costs the bytes it found equal; false as soon as the budget drops below zero
+// (the element being inserted is put back, so s stays a permutation).
+bool ShellSort(const uint8_t* text, uint32_t n, uint32_t* s, uint32_t first, uint32_t last,
+               uint32_t depth, bool budgeted, int64_t& budget) {
+    const uint32_t size = last - first + 1;
+    const uint32_t len = depth < n ? n - depth : 0;
+    const uint8_t* t = text + depth;
+    int g = 0;
+    while (kShellGaps[static_cast<size_t>(g) + 1] < size) ++g;
+    for (; g >= 0; --g) {
+        const uint32_t h = kShellGaps[static_cast<size_t>(g)];
+        if (h >= size) continue;
+        for (uint32_t i = first + h; i <= last; ++i) {
+            const uint32_t v = s[i];
+            uint32_t j = i;
+            while (j >= first + h) {
+                uint32_t matched;
+                const int c = CompareRotations(t + s[j - h], t + v, len, matched);
+                if (budgeted) {
+                    budget -= matched;
+                    if (budget < 0) {
+                        s[j] = v;
+                        return false;
+                    }
+                }
+                if (c <= 0) break;
+                s[j] = s[j - h];
+                j -= h;
+            }
+            s[j] = v;
+        }
+    }
+    return true;
+}
+
+template <bool kWord>
+uint32_t KeyAt(const uint8_t* t) {
+    if constexpr (kWord) {
+        return WordAt(t);
+    } else {
+        return t[0];
+    }
+}
+
+uint32_t Median3(uint32_t a, uint32_t b, uint32_t c) {
+    if (a > b) std::swap(a, b);
+    if (b > c) b = c;
+    return a > b ? a : b;
+}
+
+// Splits s[r.first..r.last] three ways around the median of the first, middle and last key;
+// returns the bounds [lt, gt] of the equal part.
+template <bool kWord>
+void Partition(const uint8_t* text, uint32_t* s, const Range& r, uint32_t& lt, uint32_t& gt) {
+    const uint8_t* t = text + r.depth;
+    const uint32_t pivot = Median3(KeyAt<kWord>(t + s[r.first]),
+                                   KeyAt<kWord>(t + s[r.first + (r.last - r.first) / 2]),
+                                   KeyAt<kWord>(t + s[r.last]));
+    // Invariant: [first, lo) below the pivot, [lo, i) equal, (hi, last] above. The pivot is
+    // one of the keys, so the equal part never empties and hi never drops below first.
+    uint32_t lo = r.first, i = r.first, hi = r.last;
+    while (i <= hi) {
+        const uint32_t k = KeyAt<kWord>(t + s[i]);
+        if (k < pivot) {
+            std::swap(s[lo++], s[i++]);
+        } else if (k > pivot) {
+            std::swap(s[i], s[hi--]);
+        } else {
+            ++i;
+        }
+    }
+    lt = lo;
+    gt = hi;
+}
+
+}  // namespace
+
+int64_t MultikeyQuicksort(const uint8_t* text, uint32_t n, uint32_t* s, uint32_t first,
+                          uint32_t last, uint32_t depth, int64_t budget) {
+    const bool budgeted = budget >= 0;
+    Range stack[kStackEntries];
+    int top = 0;
+    stack[top++] = {first, last, depth};
+    while (top > 0) {
+        const Range r = stack[--top];
+        if (r.last - r.first < kShellRange || r.depth >= kShellDepth) {
+            if (!ShellSort(text, n, s, r.first, r.last, r.depth, budgeted, budget)) return budget;
+            continue;
+        }
+        uint32_t lt, gt;
+        const bool word = r.depth >= kWordKeyDepth;
+        if (word) {
+            Partition<true>(text, s, r, lt, gt);
+        } else {
+            Partition<false>(text, s, r, lt, gt);
+        }
+        // Less and greater stay at this depth; the equal part is one key further on. Parts of
+        // fewer than two starts are sorted already. The largest is pushed first, so the
+        // smallest is worked on next.
+        Range parts[3];
+        int count = 0;
+        if (lt - r.first >= 2) parts[count++] = {r.first, lt - 1, r.depth};
+        if (gt - lt >= 1) parts[count++] = {lt, gt, r.depth + (word ? 4u : 1u)};
+        if (r.last - gt >= 2) parts[count++] = {gt + 1, r.last, r.depth};
+        std::sort(parts, parts + count, [](const Range& a, const Range& b) {
+            return a.last - a.first > b.last - b.first;
+        });
+        for (int i = 0; i < count; ++i) stack[top++] = parts[i];
+    }
+    return budget;
+}
+
+// ---- two-byte bucket sort ------------------------------------------------------------------
+//
+// Rotations compare like suffixes of an endless repetition of the block, so the two-stage
+// method of suffix sorting carries over. Position i is ascending when rotation i is smaller
+// than rotation i + 1: its byte is below the next differing byte after it. In a bucket of
+// first byte c, every descending rotation sorts before every ascending one. The selected
+// starts are the ascending positions followed by a descending one (s[i] < s[i+1] there);
+// only they are sorted by comparison, inside their pair bucket (a, b), a < b, where they come
+// before the bucket's other (ascending) rotations. Every other ascending rotation i then
+// follows from rotation i + 1 by a scan from the largest rotation down, and every descending
+// one from rotation i + 1 by a scan from the smallest up.
+
+namespace {
+
+constexpr uint32_t kPairs = 65536;
+
+uint32_t PairAt(const uint8_t* t) { return static_cast<uint32_t>(t[0]) << 8 | t[1]; }
+
+}  // namespace
+
+bool BucketSort(const uint8_t* text, uint32_t n, uint32_t* sa, uint32_t* bucket_pos,
+                uint32_t* pair_start, int64_t budget) {
+    // Pair counts (the pair at n - 1 wraps to the block's first byte), two positions a step,
+    // then exclusive running starts; pair_start[kPairs] ends the last bucket.
+    std::memset(pair_start, 0, (kPairs + 1) * sizeof(uint32_t));
+    uint32_t i = 0;
+    for (; i + 2 <= n; i += 2) {
+        ++pair_start[PairAt(text + i)];
+        ++pair_start[PairAt(text + i + 1)];
+    }
+    if (i < n) ++pair_start[PairAt(text + i)];
+    uint32_t first_pair = 0;
+    while (pair_start[first_pair] == 0) ++first_pair;
+    uint32_t total = 0, last_pair = first_pair;
+    for (uint32_t k = first_pair; k <= kPairs; ++k) {
+        const uint32_t c = pair_start[k];
+        pair_start[k] = total;
+        total += c;
+        if (c != 0) last_pair = k;
+    }
+    const uint32_t lo = first_pair >> 8, hi = last_pair >> 8;
+
+    // Classify from the end towards the start. The class of position n - 1 comes from the
+    // first byte change at or after position 0 (the block is not all one byte).
+    uint32_t j = 0;
+    while (text[j] == text[j + 1]) ++j;
+    bool next_ascending = text[j] < text[j + 1];  // class of position n, that is of 0
+    for (uint32_t k = lo; k <= hi; ++k) {
+        for (uint32_t b = k + 1; b <= hi; ++b) bucket_pos[k << 8 | b] = pair_start[k << 8 | b];
+    }
+    for (uint32_t p = n; p-- > 0;) {
+        const uint8_t c = text[p], d = text[p + 1];
+        const bool ascending = c < d || (c == d && next_ascending);
+        if (ascending && !next_ascending) sa[bucket_pos[PairAt(text + p)]++] = p;
+        next_ascending = ascending;
+    }
+
+    // Sort the selected starts of every bucket; the first two bytes are known to be equal.
+    for (uint32_t a = lo; a <= hi; ++a) {
+        for (uint32_t b = a + 1; b <= hi; ++b) {
+            const uint32_t k = a << 8 | b;
+            const uint32_t first = pair_start[k], end = bucket_pos[k];
+            if (end - first < 2) continue;
+            const bool had_budget = budget >= 0;
+            budget = MultikeyQuicksort(text, n, sa, first, end - 1, 2, budget);
+            if (had_budget && budget < 0) return false;
+        }
+    }
+
+    // Ascending rotations, from the largest down: each bucket (a, b), b >= a, fills from its
+    // end. In (a, a) the ascending rotations take only the upper part, so its scan stops at
+    // the lowest one placed.
+    for (uint32_t a = lo; a <= hi; ++a) {
+        for (uint32_t b = a; b <= hi; ++b) bucket_pos[a << 8 | b] = pair_start[(a << 8 | b) + 1];
+    }
+    const auto induce_ascending = [&](uint32_t p) {
+        const uint32_t r = sa[p];
+        const uint32_t q = r == 0 ? n - 1 : r - 1;
+        if (text[q] <= text[r]) sa[--bucket_pos[PairAt(text + q)]] = q;
+    };
+    for (uint32_t a = hi + 1; a-- > lo;) {
+        for (uint32_t b = hi; b > a; --b) {
+            const uint32_t k = a << 8 | b;
+            for (uint32_t p = pair_start[k + 1]; p-- > pair_start[k];) induce_ascending(p);
+        }
+        const uint32_t k = a << 8 | a;
+        for (uint32_t p = pair_start[k + 1]; p > bucket_pos[k];) induce_ascending(--p);
+    }
+
+    // Descending rotations, from the smallest up: each first-byte bucket fills from its start.
+    // A rotation is descending exactly while its position is below its bucket's fill point.
+    uint32_t* head = bucket_pos;  // 256 fill points; the pair cursors are no longer needed
+    for (uint32_t c = 0; c < 256; ++c) head[c] = pair_start[c << 8];
+    for (uint32_t p = 0; p < n; ++p) {
+        const uint32_t r = sa[p];
+        const uint32_t q = r == 0 ? n - 1 : r - 1;
+        const uint8_t c = text[r], d = text[q];
+        if (d > c || (d == c && p < head[c])) sa[head[d]++] = q;
+    }
+    return true;
+}
+
+// ---- prefix doubling -------------------------------------------------------------------------
+
+uint32_t* DoublingSort(const uint8_t* text, uint32_t n, uint32_t* a, uint32_t* b, uint32_t* c,
+                       uint32_t* d) {
+    // Round 0: bucket by first byte; a rotation's rank is the first row of its group. Each
+    // group's cursor (indexed by its first row) starts at that row.
+    uint32_t count[256] = {};
+    for (uint32_t i = 0; i < n; ++i) ++count[text[i]];
+    uint32_t start[256], fill[256];
+    uint32_t groups = 0;
+    uint32_t* cursor = d;
+    for (uint32_t v = 0, sum = 0; v < 256; ++v) {
+        start[v] = fill[v] = sum;
+        if (count[v] != 0) {
+            cursor[sum] = sum;
+            ++groups;
+        }
+        sum += count[v];
+    }
+    uint32_t* sa = a;
+    uint32_t* rank = b;
+    uint32_t* next_sa = c;
+    for (uint32_t i = 0; i < n; ++i) {
+        rank[i] = start[text[i]];
+        sa[fill[text[i]]++] = i;
+    }
+    // Round h: rotations that share their first h bytes are ordered by the rank of the
+    // rotation h further on. Walking the rows in order and stepping back h from each visits
+    // every rotation in the order of its second half, so one stable pass into the group
+    // cursors does it. When a round splits no group, equal h-prefixes imply equal 2h-prefixes
+    // and so equal rotations: the order is final.
+    for (uint64_t h = 1; h <= n && groups < n; h <<= 1) {
+        const auto shift = static_cast<uint32_t>(h % n);
+        for (uint32_t k = 0; k < n; ++k) {
+            const uint32_t r = sa[k];
+            const uint32_t q = r >= shift ? r - shift : r + n - shift;
+            next_sa[cursor[rank[q]]++] = q;
+        }
+        // New ranks go to the old rows' array, free now. Each old group [g, cursor[g]) is
+        // split where the second half's rank changes; the cursors of the new groups are set
+        // in place, behind the reads of the old ones.
+        uint32_t* next_rank = sa;
+        uint32_t new_groups = 0;
+        for (uint32_t k = 0; k < n;) {
+            const uint32_t end = cursor[k];
+            uint32_t group_start = k, prev_key = 0xFFFFFFFFu;
+            for (; k < end; ++k) {
+                const uint32_t r = next_sa[k];
+                const uint32_t key = rank[r + shift < n ? r + shift : r + shift - n];
+                if (key != prev_key) {
+                    group_start = k;
+                    cursor[k] = k;
+                    ++new_groups;
+                    prev_key = key;
+                }
+                next_rank[r] = group_start;
+            }
+        }
+        // The old ranks' array takes the next round's rows.
+        uint32_t* const free_array = rank;
+        sa = next_sa;
+        rank = next_rank;
+        next_sa = free_array;
+        if (new_groups == groups) break;
+        groups = new_groups;
+    }
+    return sa;
+}
+
+}  // namespace zyrdc::bzip2

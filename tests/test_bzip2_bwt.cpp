@@ -1,0 +1,207 @@
+// Burrows-Wheeler transform: every strategy against a plain sort of all rotations on random
+// and structured blocks, round trips up to 900000 bytes including data that exhausts the
+// budget, and the boundary cases of the entry points.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <numeric>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bzip2/bzip2.hpp"
+#include "support.hpp"
+#include "zyrdc.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// Last column of the rotations sorted by comparing them whole.
+Bytes ReferenceLastColumn(const Bytes& s) {
+    const size_t n = s.size();
+    Bytes twice(s);
+    twice.insert(twice.end(), s.begin(), s.end());
+    std::vector<uint32_t> rows(n);
+    std::iota(rows.begin(), rows.end(), 0u);
+    std::sort(rows.begin(), rows.end(), [&](uint32_t a, uint32_t b) { return std::memcmp(&twice[a], &twice[b], n) < 0; });
+    Bytes last(n);
+    for (size_t j = 0; j < n; ++j) last[j] = twice[rows[j] + n - 1];
+    return last;
+}
+
+// Whether the short-block quicksort of s runs out of `per_byte` * n.
+bool ShortBudgetRunsOut(const Bytes& s, int64_t per_byte) {
+    const auto n = static_cast<uint32_t>(s.size());
+    Bytes text(s);
+    while (text.size() < 2 * n + 17) text.push_back(text[text.size() - n]);
+    std::vector<uint32_t> rows(n);
+    std::iota(rows.begin(), rows.end(), 0u);
+    return zyrdc::bzip2::MultikeyQuicksort(text.data(), n, rows.data(), 0, n - 1, 0, per_byte * n) < 0;
+}
+
+struct Forward {
+    ZyrStatus status;
+    Bytes last;
+    int32_t index;
+};
+
+// strategy -1: zyrsBWTFwd_8u, else zyrsBWTFwd_SelectSort_8u; the working buffer is exactly
+// the reported size and ends at a guard page.
+Forward RunForward(const Bytes& s, int strategy) {
+    const auto n = static_cast<uint32_t>(s.size());
+    uint32_t size = 0;
+    EXPECT_EQ(strategy < 0 ? zyrsBWTFwdGetSize_8u(static_cast<int32_t>(n), reinterpret_cast<int32_t*>(&size))
+                           : zyrsBWTFwdGetBufSize_SelectSort_8u(n, &size, static_cast<uint32_t>(strategy)),
+              StatusOk);
+    zyrdc::test::GuardedBuffer buffer(size);
+    Forward f{StatusOk, Bytes(n, 0xEE), -1};
+    f.status = strategy < 0 ? zyrsBWTFwd_8u(s.data(), f.last.data(), static_cast<int32_t>(n), &f.index, buffer.data())
+                            : zyrsBWTFwd_SelectSort_8u(s.data(), f.last.data(), n, &f.index, buffer.data(), strategy);
+    return f;
+}
+
+Bytes Inverse(const Bytes& last, int32_t index) {
+    const auto n = static_cast<int32_t>(last.size());
+    zyrdc::test::GuardedBuffer buffer(4 * last.size() + 1024);
+    Bytes out(last.size(), 0xEE);
+    EXPECT_EQ(zyrsBWTInv_8u(last.data(), out.data(), n, index, buffer.data()), StatusOk);
+    return out;
+}
+
+// Blocks of the kinds that stress different parts of the sorts.
+Bytes MakeBlock(const std::string& kind, size_t n, uint32_t seed) {
+    static const char* const kWords[] = {"the ", "rotation ", "sorts ", "and ", "block ", "of ", "bytes ", "\r\n"};
+    std::mt19937 rng(seed);
+    const size_t period = 1 + rng() % 7;
+    const Bytes sentence = kind == "repeat" ? MakeBlock("text", 300, seed) : Bytes();
+    std::string words;
+    Bytes b(n, 'q');  // "same"
+    for (size_t i = 0; i < n; ++i) {
+        if (kind == "random") b[i] = static_cast<uint8_t>(rng());
+        if (kind == "few") b[i] = static_cast<uint8_t>('a' + rng() % 3);
+        if (kind == "runs") b[i] = i > 0 && rng() % 150 ? b[i - 1] : static_cast<uint8_t>(rng() % 2);
+        if (kind == "period") b[i] = static_cast<uint8_t>('a' + (i % period) * 3 % 5);
+        if (kind == "longruns") b[i] = i % 701 == 700 ? 'y' : 'x';
+        if (kind == "repeat") b[i] = sentence[i % 300];
+        if (kind == "text") {  // words from a small vocabulary: long repeated phrases
+            while (words.size() <= i) words += kWords[rng() % 8];
+            b[i] = static_cast<uint8_t>(words[i]);
+        }
+    }
+    // One changed byte keeps most periodic blocks from being all-equal rotations.
+    if ((kind == "period" || kind == "repeat" || kind == "longruns") && n > 2 && seed % 2) b[n / 2] = 'z';
+    return b;
+}
+
+// Every entry point and strategy gives the reference last column, and its index leads the
+// inverse back to the block. Short blocks may fall short only where their budget ran out.
+TEST(BwtForward, EveryStrategyMatchesReferenceSort) {
+    for (const char* kind : {"random", "few", "runs", "period", "text", "longruns", "repeat", "same"}) {
+        for (size_t n : {1, 2, 3, 5, 16, 17, 18, 50, 98, 99, 100, 101, 150, 257, 1000, 3000}) {
+            for (uint32_t seed = 1; seed <= 3; ++seed) {
+                const Bytes s = MakeBlock(kind, n, seed * 977 + static_cast<uint32_t>(n));
+                const Bytes want = ReferenceLastColumn(s);
+                for (int strategy : {-1, 0, 1, 2, 3}) {
+                    SCOPED_TRACE(testing::Message() << kind << " n=" << n << " seed=" << seed << " strategy=" << strategy);
+                    const Forward f = RunForward(s, strategy);
+                    if (f.status == StatusBwtSortAbandoned && strategy == 0) continue;
+                    ASSERT_EQ(f.status, StatusOk);
+                    if (n < zyrdc::bzip2::kShortBlock && (f.last != want || Inverse(f.last, f.index) != s)) {
+                        EXPECT_TRUE(ShortBudgetRunsOut(s, strategy < 0 ? 110 : 100));
+                        continue;
+                    }
+                    ASSERT_EQ(f.last, want);
+                    ASSERT_EQ(Inverse(f.last, f.index), s);
+                }
+            }
+        }
+    }
+    // A short block that outruns its budget: emitted as far as it was sorted.
+    Bytes adad;
+    for (int i = 0; i < 99; ++i) adad.push_back(i % 2 ? 'd' : 'a');
+    EXPECT_TRUE(ShortBudgetRunsOut(adad, 110));
+    EXPECT_NE(RunForward(adad, -1).last, ReferenceLastColumn(adad));
+}
+
+// Large blocks: random data and text complete under the budget; long runs and highly
+// periodic text exhaust it, so strategy 0 gives up and strategy 3 falls back.
+TEST(BwtForward, LargeRoundTripsAndBudgetExhaustion) {
+    const struct {
+        const char* kind;
+        size_t n;
+        bool exhausts;
+    } cases[] = {{"random", 900000, false}, {"text", 900000, false},  {"runs", 300000, false}, {"longruns", 900000, true},
+                 {"repeat", 900000, true},  {"repeat", 5000, true},   {"same", 900000, false}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.kind << " n=" << c.n);
+        const Bytes s = MakeBlock(c.kind, c.n, 5);
+        const Forward fallback = RunForward(s, 3);
+        ASSERT_EQ(fallback.status, StatusOk);
+        EXPECT_EQ(Inverse(fallback.last, fallback.index), s);
+        const Forward budgeted = RunForward(s, 0);
+        EXPECT_EQ(budgeted.status, c.exhausts ? StatusBwtSortAbandoned : StatusOk);
+        EXPECT_TRUE(budgeted.status != StatusOk || budgeted.last == fallback.last);
+        EXPECT_EQ(RunForward(s, -1).last, fallback.last);
+    }
+}
+
+TEST(BwtForward, BoundaryCases) {
+    // n = 1: the byte itself and index 0, both ways.
+    const Forward one = RunForward({0x5A}, -1);
+    EXPECT_EQ(one.last, Bytes{0x5A});
+    EXPECT_EQ(one.index, 0);
+    EXPECT_EQ(Inverse({0x5A}, 0), Bytes{0x5A});
+    // All bytes equal, by prefix doubling and through the default entry point: a copy, index 0.
+    for (int strategy : {2, -1}) {
+        const Forward f = RunForward(Bytes(500, 7), strategy);
+        EXPECT_EQ(f.last, Bytes(500, 7));
+        EXPECT_EQ(f.index, 0);
+    }
+    // A periodic block has 60 rows equal to rotation 0; the inverse works from each of them.
+    Bytes xyxz;
+    for (int i = 0; i < 60; ++i) xyxz.insert(xyxz.end(), {'x', 'y', 'x', 'z'});
+    const Forward p = RunForward(xyxz, -1);
+    ASSERT_EQ(p.last, ReferenceLastColumn(xyxz));
+    for (int32_t row = p.index - p.index % 60; row < p.index - p.index % 60 + 60; ++row) {
+        EXPECT_EQ(Inverse(p.last, row), xyxz) << row;
+    }
+    // Strategy 5: a block of 100 bytes or more is left alone, a shorter one is transformed.
+    std::vector<uint8_t> buffer(1 << 20);
+    for (uint32_t n : {200u, 60u}) {
+        const Bytes s = MakeBlock("random", n, 1);
+        Bytes dst(n, 0xEE);
+        int32_t index = -7;
+        EXPECT_EQ(zyrsBWTFwd_SelectSort_8u(s.data(), dst.data(), n, &index, buffer.data(), 5), StatusOk);
+        EXPECT_EQ(dst, n >= 100 ? Bytes(n, 0xEE) : ReferenceLastColumn(s)) << n;
+    }
+}
+
+TEST(BwtEntryPoints, SizesAndChecks) {
+    // max(6n + 524484, 18n + 80): the bucket layout up to 43700 bytes, prefix doubling above.
+    for (const auto& [n, want] : {std::pair{1, 524490}, {43700, 786684}, {43701, 786698}, {900000, 16200080}}) {
+        int32_t size = 0;
+        uint32_t usize = 0;
+        EXPECT_EQ(zyrsBWTFwdGetSize_8u(n, &size), StatusOk);
+        EXPECT_EQ(zyrsBWTFwdGetBufSize_SelectSort_8u(static_cast<uint32_t>(n), &usize, 3), StatusOk);
+        EXPECT_EQ(size, want);
+        EXPECT_EQ(usize, static_cast<uint32_t>(want));
+    }
+    uint32_t s0 = 0, s2 = 0, s4 = 12345;
+    int32_t inv = 0, index = 0;
+    EXPECT_EQ(zyrsBWTFwdGetBufSize_SelectSort_8u(10, &s0, 0) | zyrsBWTFwdGetBufSize_SelectSort_8u(10, &s2, 2) |
+                  zyrsBWTFwdGetBufSize_SelectSort_8u(10, &s4, 4) | zyrsBWTInvGetSize_8u(10, &inv), StatusOk);
+    EXPECT_EQ(s0, 524544u);
+    EXPECT_EQ(s2, 260u);
+    EXPECT_EQ(s4, 12345u);  // an unknown strategy writes nothing
+    EXPECT_EQ(inv, 1064);
+    uint8_t b[16] = {}, buf[2048] = {};
+    const ZyrStatus got[] = {zyrsBWTFwdGetBufSize_SelectSort_8u(0, &s0, 9), zyrsBWTFwd_8u(b, b, 0, &index, nullptr),
+                             zyrsBWTFwd_SelectSort_8u(b, b, 0, &index, buf, 0), zyrsBWTInv_8u(nullptr, b, 0, 0, buf),
+                             zyrsBWTInv_8u(b, b, 16, 16, buf), zyrsBWTInv_8u(b, b, 0, -1, buf)};
+    const ZyrStatus want[] = {StatusBadSize, StatusNullPointer, StatusBadSize, StatusNullPointer, StatusBadSize, StatusBadSize};
+    for (size_t i = 0; i < std::size(got); ++i) EXPECT_EQ(got[i], want[i]) << "call " << i;
+}
+
+}  // namespace

@@ -1,0 +1,313 @@
+// bzip2 block stages around the transform: the run-length stage and its in-use table, the
+// dictionary maps, move-to-front and zero-run coding; resumable calls split at random points
+// against one call; the same encoder bytes in both builds. (The block CRC against the bzip2
+// program's own is checked through `zyrdc bwt` in tests/tool/cli.sh.)
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bzip2/bzip2.hpp"
+#include "support.hpp"
+#include "zyrdc.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using Symbols = std::vector<uint16_t>;
+
+Bytes Cat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+// Runs of every length around the stage's limits, short literal stretches and random bytes.
+Bytes RunnyData(size_t n, uint32_t seed) {
+    std::mt19937 rng(seed);
+    Bytes b;
+    while (b.size() < n) {
+        const uint32_t kind = rng() % 4;
+        const size_t len = kind == 0 ? 1 + rng() % 8 : kind == 1 ? 250 + rng() % 20 : 1 + rng() % 600;
+        const auto v = static_cast<uint8_t>(rng() % 4);
+        for (size_t k = 0; k < len && b.size() < n; ++k) b.push_back(kind == 3 ? static_cast<uint8_t>(rng()) : v);
+    }
+    return b;
+}
+
+// The run-length stage over src in the pieces `cuts` gives, with `room` bytes of destination
+// a call (repeated while DstFull), then the flush. Encoding also returns the in-use table.
+Bytes Rle(bool encode, const Bytes& src, const std::vector<size_t>& cuts, int32_t room, Bytes* in_use = nullptr) {
+    uint8_t state[264];
+    EXPECT_EQ(encode ? zyrsEncodeRLEInit_BZ2_8u(state) : zyrsDecodeRLEStateInit_BZ2_8u(state), StatusOk);
+    Bytes out, dst(static_cast<size_t>(room));
+    size_t at = 0;
+    for (size_t cut : cuts) {
+        const uint8_t* p = src.data() + at;
+        for (auto left = static_cast<int32_t>(cut - at); left > 0;) {
+            uint8_t* d = dst.data();
+            int32_t len = room;
+            const ZyrStatus st = encode ? zyrsEncodeRLE_BZ2_8u(&p, &left, d, &len, state)
+                                        : zyrsDecodeRLEState_BZ2_8u(&p, &left, &d, &len, state);
+            const int32_t written = encode ? len : room - len;
+            // The decoder may also fill up after its last source byte, with a run pending.
+            EXPECT_EQ(st, left > 0 || (!encode && st == StatusDstFull) ? StatusDstFull : StatusOk);
+            out.insert(out.end(), dst.begin(), dst.begin() + written);
+        }
+        at = cut;
+    }
+    for (ZyrStatus st = StatusDstFull; st == StatusDstFull;) {
+        uint8_t* d = dst.data();
+        int32_t len = room;
+        st = encode ? zyrsEncodeRLEFlush_BZ2_8u(d, &len, state) : zyrsDecodeRLEStateFlush_BZ2_8u(state, &d, &len);
+        out.insert(out.end(), dst.begin(), dst.begin() + (encode ? len : room - len));
+    }
+    if (in_use != nullptr) {
+        in_use->resize(256);
+        EXPECT_EQ(zyrsRLEGetInUseTable_8u(in_use->data(), state), StatusOk);
+    }
+    return out;
+}
+
+// Cut points of a coded stream outside every run's four bytes and count byte.
+std::vector<size_t> SafeCuts(const Bytes& coded, std::mt19937& rng) {
+    std::vector<bool> safe(coded.size() + 1, true);
+    for (size_t i = 0, run = 0; i < coded.size(); ++i) {
+        run = i > 0 && run > 0 && coded[i] == coded[i - 1] ? run + 1 : 1;
+        if (run == 4 && i + 1 < coded.size()) {
+            std::fill(safe.begin() + static_cast<std::ptrdiff_t>(i) - 2, safe.begin() + static_cast<std::ptrdiff_t>(i) + 2, false);
+            ++i;  // the count byte; the next byte opens a fresh run
+            run = 0;
+        }
+    }
+    std::vector<size_t> cuts;
+    for (size_t c : zyrdc::test::RandomCuts(coded.size(), 6, rng)) {
+        if (safe[c]) cuts.push_back(c);
+    }
+    cuts.push_back(coded.size());
+    return cuts;
+}
+
+TEST(Rle, EdgeCasesOfTheRunRule) {
+    const Bytes x4(4, 'x');
+    const struct {
+        const char* what;
+        Bytes in;
+        std::vector<size_t> cuts;
+        Bytes out;
+    } rows[] = {
+        {"259 equal bytes: four and 255", Bytes(259, 'x'), {259}, Cat({x4, {255}})},
+        {"260: four, 255, one literal", Bytes(260, 'x'), {260}, Cat({x4, {255, 'x'}})},
+        {"four at the end: the flush writes 0", x4, {4}, Cat({x4, {0}})},
+        {"count written by the next call", Cat({x4, {'y'}}), {4, 5}, Cat({x4, {0, 'y'}})},
+        {"a run carried across calls", Bytes(300, 'x'), {2, 5, 7, 300}, Cat({x4, {255}, x4, {37}})},
+        {"three equal, no run; flush writes nothing", {'x', 'x', 'x', 'y'}, {4}, {'x', 'x', 'x', 'y'}},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.what);
+        Bytes in_use;
+        EXPECT_EQ(Rle(true, r.in, r.cuts, 1000, &in_use), r.out);
+        for (int v = 0; v < 256; ++v) {
+            EXPECT_EQ(in_use[static_cast<size_t>(v)], std::count(r.out.begin(), r.out.end(), v) > 0) << v;
+        }
+        EXPECT_EQ(Rle(false, r.out, {r.out.size()}, 1000), r.in);
+    }
+}
+
+// Split sources and small destinations give the bytes of one call, both ways (the decoder
+// split only outside a run's four bytes and count); the dictionary maps undo each other.
+TEST(Rle, SplitCallsAndDictionary) {
+    std::mt19937 rng(21);
+    for (uint32_t seed = 0; seed < 40; ++seed) {
+        const Bytes data = RunnyData(1 + rng() % 5000, seed);
+        Bytes in_use;
+        const Bytes whole = Rle(true, data, {data.size()}, 1 << 16, &in_use);
+        const auto room = static_cast<int32_t>(1 + rng() % 300);
+        ASSERT_EQ(Rle(true, data, zyrdc::test::RandomCuts(data.size(), 8, rng), room), whole) << seed;
+        ASSERT_EQ(Rle(false, whole, SafeCuts(whole, rng), room), data) << seed;
+
+        Bytes mapped = whole;
+        const auto len = static_cast<int32_t>(mapped.size());
+        int32_t size = 0;
+        ASSERT_EQ(zyrsReduceDictionary_8u_I(in_use.data(), mapped.data(), len, &size), StatusOk);
+        ASSERT_EQ(size, std::count(in_use.begin(), in_use.end(), 1));
+        ASSERT_LT(*std::max_element(mapped.begin(), mapped.end()), size);
+        const Bytes reduced = mapped;
+        EXPECT_EQ(zyrsExpandDictionary_8u_I(in_use.data(), mapped.data(), len, size + 1), StatusError);
+        EXPECT_EQ(mapped, reduced);  // a mismatched size leaves the data alone
+        EXPECT_EQ(zyrsExpandDictionary_8u_I(in_use.data(), mapped.data(), len, size), StatusOk);
+        EXPECT_EQ(mapped, whole);
+    }
+}
+
+// The move-to-front entry points split at random points against one scalar pass, both ways.
+TEST(Mtf, SplitCallsMatchScalarTwins) {
+    using Fn = ZyrStatus (*)(const uint8_t*, uint8_t*, int32_t, uint8_t*);
+    using Scalar = void (*)(const uint8_t*, uint8_t*, int32_t, uint8_t*);
+    const std::pair<Fn, Scalar> directions[] = {{zyrsMTFFwd_8u, zyrdc::bzip2::MtfForwardScalar},
+                                                {zyrsMTFInv_8u, zyrdc::bzip2::MtfInverseScalar}};
+    std::mt19937 rng(8);
+    for (uint32_t seed = 0; seed < 20; ++seed) {
+        Bytes data = RunnyData(1 + rng() % 20000, seed + 100);
+        if (seed % 2) for (auto& c : data) c = static_cast<uint8_t>(rng() % (1 + seed * 13));
+        for (const auto& [api, scalar] : directions) {
+            uint8_t t_api[256], t_scalar[256];
+            Bytes got(data.size()), want(data.size());
+            ASSERT_EQ(zyrsMTFInit_8u(t_api), StatusOk);
+            zyrdc::bzip2::MtfInit(t_scalar);
+            scalar(data.data(), want.data(), static_cast<int32_t>(data.size()), t_scalar);
+            size_t at = 0;
+            for (size_t cut : zyrdc::test::RandomCuts(data.size(), 7, rng)) {
+                if (cut > at) {
+                    EXPECT_EQ(api(data.data() + at, got.data() + at, static_cast<int32_t>(cut - at), t_api), StatusOk);
+                }
+                at = cut;
+            }
+            ASSERT_EQ(got, want) << seed;
+            ASSERT_EQ(0, std::memcmp(t_api, t_scalar, 256));
+        }
+    }
+    // The same byte repeated: its index, then zeros; the table's last entry moves to the front.
+    uint8_t table[256], out[4];
+    const uint8_t same[4] = {255, 255, 255, 255};
+    zyrdc::bzip2::MtfInit(table);
+    ASSERT_EQ(zyrsMTFFwd_8u(same, out, 4, table), StatusOk);
+    EXPECT_EQ(Bytes(out, out + 4), Bytes({255, 0, 0, 0}));
+    EXPECT_EQ(table[0] * 256 + table[255], 255 * 256 + 254);
+}
+
+// ---- zero-run coding ---------------------------------------------------------------------------
+
+struct Zrun {
+    ZyrStatus status;
+    Symbols symbols;
+    int32_t consumed;
+};
+
+Zrun ZrunEncode(const Bytes& src, int32_t cap, uint32_t* freq) {
+    zyrdc::test::GuardedBuffer dst(static_cast<size_t>(cap) * 2);
+    auto* d = reinterpret_cast<uint16_t*>(dst.data());
+    const uint8_t* p = src.data();
+    auto left = static_cast<int32_t>(src.size());
+    const ZyrStatus st = zyrsEncodeZ1Z2_BZ2_8u16u(&p, &left, d, &cap, freq);
+    EXPECT_EQ(p + left, src.data() + src.size());
+    return {st, Symbols(d, d + cap), static_cast<int32_t>(p - src.data())};
+}
+
+// Decodes with destinations of `room` bytes (ending at a guard page), repeating after DstFull.
+Bytes ZrunDecode(const Symbols& symbols, int32_t room) {
+    Bytes out;
+    const uint16_t* p = symbols.data();
+    for (auto left = static_cast<int32_t>(symbols.size()); left > 0;) {
+        zyrdc::test::GuardedBuffer dst(static_cast<size_t>(room));
+        int32_t len = room;
+        const ZyrStatus st = zyrsDecodeZ1Z2_BZ2_16u8u(&p, &left, dst.data(), &len);
+        out.insert(out.end(), dst.data(), dst.data() + len);
+        if (st == StatusOk || len == 0) break;
+    }
+    return out;
+}
+
+TEST(ZeroRun, RunCodesAndFrequencies) {
+    const std::pair<Bytes, Symbols> rows[] = {
+        {{0}, {0}},        {{0, 0}, {1}},          {{0, 0, 0}, {0, 0}},
+        {{0, 0, 0, 0}, {1, 0}}, {{3, 0, 0, 0, 0, 0, 255}, {4, 0, 1, 256}}, {{1, 2, 0, 9}, {2, 3, 0, 10}},
+    };
+    uint32_t freq[258] = {};
+    for (const auto& [in, out] : rows) {
+        EXPECT_EQ(ZrunEncode(in, 64, freq).symbols, out);
+        EXPECT_EQ(ZrunDecode(out, 64), in);
+    }
+    // An all-zero source of 1000: one run of 9 symbols (2^9 - 1 <= 1000 <= 2^10 - 2), counted.
+    std::fill(std::begin(freq), std::end(freq), 0u);
+    const Zrun z = ZrunEncode(Bytes(1000, 0), 64, freq);
+    EXPECT_EQ(z.symbols.size(), 9u);
+    EXPECT_EQ(freq[0] + freq[1], 9u);
+    EXPECT_EQ(ZrunDecode(z.symbols, 1000), Bytes(1000, 0));
+}
+
+// Small destinations on both sides: the encoder never passes its capacity and leaves the
+// zeros it could not code in the source; the decoder, repeated after DstFull, loses nothing,
+// and a destination exactly as long as the output takes one call.
+TEST(ZeroRun, SmallDestinationsLoseNothing) {
+    std::mt19937 rng(5);
+    uint32_t freq[258] = {};
+    for (uint32_t seed = 0; seed < 200; ++seed) {
+        Bytes idx(1 + rng() % 400);
+        for (auto& v : idx) v = rng() % 3 ? 0 : static_cast<uint8_t>(rng());
+        if (seed % 4 == 0) std::fill(idx.begin(), idx.end() - 1, 0);  // one long run
+        const auto cap = static_cast<int32_t>(1 + rng() % 30);
+        for (Bytes rest = idx; !rest.empty();) {
+            const Zrun z = ZrunEncode(rest, cap, freq);
+            ASSERT_LE(static_cast<int32_t>(z.symbols.size()), cap);
+            ASSERT_GT(z.consumed, 0);
+            ASSERT_EQ(z.status, z.consumed < static_cast<int32_t>(rest.size()) ? StatusDstFull : StatusOk);
+            // Every call ends with a complete run code: its output decodes on its own.
+            ASSERT_EQ(ZrunDecode(z.symbols, 1000), Bytes(rest.begin(), rest.begin() + z.consumed));
+            rest.erase(rest.begin(), rest.begin() + z.consumed);
+        }
+        const Symbols whole = ZrunEncode(idx, 1000, freq).symbols;
+        const uint16_t* p = whole.data();
+        auto left = static_cast<int32_t>(whole.size());
+        int32_t len = static_cast<int32_t>(idx.size());
+        Bytes exact(idx.size());
+        ASSERT_EQ(zyrsDecodeZ1Z2_BZ2_16u8u(&p, &left, exact.data(), &len), StatusOk);
+        ASSERT_EQ(exact, idx);
+        size_t longest = 0;
+        for (size_t i = 0, run = 0; i < idx.size(); ++i) longest = std::max(longest, run = idx[i] ? 0 : run + 1);
+        ASSERT_EQ(ZrunDecode(whole, static_cast<int32_t>(longest + 1 + rng() % 40)), idx) << seed;
+    }
+}
+
+// Where the checks depart from null-then-size, or could be taken in the wrong order.
+TEST(Bzip2Stages, CheckOrders) {
+    uint8_t st[264] = {}, b[8] = {};
+    const uint8_t* none = nullptr;
+    const uint8_t* src = b;
+    uint8_t* dst = b;
+    int32_t zero = 0, eight = 8;
+    const ZyrStatus got[] = {
+        zyrsEncodeRLE_BZ2_8u(&none, &zero, b, &eight, st),  // a null *ppSrc before the size
+        zyrsEncodeRLE_BZ2_8u(&src, &eight, b, &zero, st),   // the destination's size second
+        zyrsDecodeRLEStateFlush_BZ2_8u(st, &dst, &zero),    // no size check at all
+        zyrsExpandDictionary_8u_I(st, b, 8, 0),
+        zyrsEncodeZ1Z2_BZ2_8u16u(&src, &zero, reinterpret_cast<uint16_t*>(st), &eight, nullptr),
+    };
+    const ZyrStatus want[] = {StatusNullPointer, StatusBadSize, StatusOk, StatusBadSize, StatusNullPointer};
+    for (size_t i = 0; i < std::size(got); ++i) EXPECT_EQ(got[i], want[i]) << "call " << i;
+}
+
+// ---- across builds and programs -------------------------------------------------------------
+
+uint32_t Crc(const void* p, size_t n) {
+    uint32_t crc = 0;
+    EXPECT_EQ(zyrsCRC32_8u(static_cast<const uint8_t*>(p), static_cast<int32_t>(n), &crc), StatusOk);
+    return crc;
+}
+
+// The stage outputs over fixed inputs, hashed; the constants were recorded once and both the
+// i686 and the x86-64 build must reproduce them.
+TEST(Bzip2Stages, SameEncoderBytesInBothBuilds) {
+    const Bytes data = RunnyData(200000, 77);
+    const Bytes rle = Rle(true, data, {data.size()}, 1 << 20);
+    const auto n = static_cast<int32_t>(rle.size());
+    Bytes last(rle.size()), mtf(rle.size());
+    std::vector<uint8_t> buffer(zyrdc::bzip2::BucketSortBytes(static_cast<uint32_t>(n)));
+    int32_t index = 0;
+    uint8_t table[256];
+    zyrdc::bzip2::MtfInit(table);
+    ASSERT_EQ(zyrsBWTFwd_8u(rle.data(), last.data(), n, &index, buffer.data()) |
+                  zyrsMTFFwd_8u(last.data(), mtf.data(), n, table), StatusOk);
+    uint32_t freq[258] = {};
+    const Symbols z = ZrunEncode(mtf, n + 64, freq).symbols;
+    EXPECT_EQ(Crc(rle.data(), rle.size()), 0x740B36BEu);
+    EXPECT_EQ(index, 61107);
+    EXPECT_EQ(Crc(last.data(), last.size()), 0x02661BC9u);
+    EXPECT_EQ(Crc(z.data(), 2 * z.size()), 0x3E570241u);
+    EXPECT_EQ(Crc(freq, sizeof freq), 0xD517812Du);
+}
+
+}  // namespace
