@@ -1,0 +1,223 @@
+// bitstream.hpp - the stream record's bit buffer held in registers for one block: a writer
+// for the encoder and a reader for the decoder, least significant bit first in 64-bit
+// little-endian words.
+#pragma once
+
+#include <bit>
+#include <cstdint>
+
+#include "core/bits.hpp"
+#include "zyrdc.h"
+
+namespace zyrdc::zfp {
+
+// Room between two stream pointers in bytes, signed, without subtracting unrelated pointers.
+inline intptr_t RoomBytes(const uint8_t* cur, const uint8_t* end) {
+    return static_cast<intptr_t>(reinterpret_cast<uintptr_t>(end) - reinterpret_cast<uintptr_t>(cur));
+}
+
+// The low `width` bits of v, width 0..64.
+inline uint64_t LowBits(uint64_t v, int width) {
+    return width >= 64 ? v : v & ((uint64_t{1} << width) - 1);
+}
+
+// Encoder side. Bits accumulate above `count` in `buffer`; each full word is stored at `cur`
+// after checking that 8 bytes fit before `end`. On a failed store the word stays in the
+// buffer with count 64 and cur stays put, so the record shows what was not stored.
+class BitWriter {
+public:
+    explicit BitWriter(const ZfpState& s)
+        : buffer_(s.bitBuffer), count_(s.bitCount), cur_(s.pCur), end_(s.pEnd) {}
+
+    void Save(ZfpState& s) const {
+        s.bitBuffer = buffer_;
+        s.bitCount = count_;
+        s.pCur = cur_;
+    }
+
+    // Called before a block: a record left by a failed store still holds its full word,
+    // which goes out first. A count outside 0..64 can only come from a caller's own writes
+    // to the record and is brought into range.
+    [[nodiscard]] bool Resume() {
+        if (count_ < 0) count_ = 0;
+        if (count_ < 64) return true;
+        if (!StoreWord()) return false;
+        buffer_ = 0;
+        count_ = 0;
+        return true;
+    }
+
+    // Appends `width` bits (0..64) of v. Bits of v at or above `width` are not masked: they
+    // land on the positions that follow, where the next values are ORed in. Only the block
+    // header can carry such a bit (the tenth bit of an infinite or NaN block's exponent).
+    [[nodiscard]] bool Put(uint64_t v, int width) {
+        buffer_ |= v << count_;
+        count_ += width;
+        if (count_ < 64) {
+            return true;
+        }
+        if (!StoreWord()) {
+            return false;
+        }
+        count_ -= 64;
+        // The bits of v that did not fit start the next word.
+        const int stored = width - count_;
+        buffer_ = stored < 64 ? v >> stored : 0;
+        return true;
+    }
+
+    // Appends n zero bits, storing whole words as they fill.
+    [[nodiscard]] bool PutZeros(int64_t n) {
+        int64_t total = count_ + n;
+        while (total >= 64) {
+            if (!StoreWord()) {
+                return false;
+            }
+            buffer_ = 0;
+            total -= 64;
+        }
+        count_ = static_cast<int32_t>(total);
+        return true;
+    }
+
+private:
+    bool StoreWord() {
+        if (RoomBytes(cur_, end_) < 8) {
+            count_ = 64;
+            return false;
+        }
+        store_u64le(cur_, buffer_);
+        cur_ += 8;
+        return true;
+    }
+
+    uint64_t buffer_;
+    int32_t count_;  // 0..63 between calls
+    uint8_t* cur_;
+    uint8_t* end_;
+};
+
+// Decoder side. `buffer` holds `count` unread bits at its low end. When it is empty and a
+// bit is needed, a whole word is loaded if 8 bytes remain, else a single byte, else the
+// stream is exhausted; bits are never loaded ahead of need, so the record's position after
+// a block depends only on the bits the block consumed.
+class BitReader {
+public:
+    // A count outside 0..64 can only come from a caller's own writes to the record.
+    explicit BitReader(const ZfpState& s)
+        : buffer_(s.bitBuffer),
+          count_(s.bitCount < 0 ? 0 : s.bitCount > 64 ? 64 : s.bitCount),
+          cur_(s.pCur),
+          end_(s.pEnd) {}
+
+    void Save(ZfpState& s) const {
+        s.bitBuffer = buffer_;
+        s.bitCount = count_;
+        s.pCur = const_cast<uint8_t*>(cur_);
+    }
+
+    // Reads `width` bits (0..64) into v, first bit lowest.
+    [[nodiscard]] bool Get(int width, uint64_t& v) {
+        if (width <= count_) {
+            v = LowBits(buffer_, width);
+            Drop(width);
+            return true;
+        }
+        v = LowBits(buffer_, count_);
+        int got = count_;
+        Drop(count_);
+        while (got < width) {
+            if (!Load()) {
+                return false;
+            }
+            const int take = width - got < count_ ? width - got : count_;
+            v |= LowBits(buffer_, take) << got;
+            Drop(take);
+            got += take;
+        }
+        return true;
+    }
+
+    [[nodiscard]] bool GetBit(uint64_t& bit) {
+        if (count_ == 0 && !Load()) {
+            return false;
+        }
+        bit = buffer_ & 1;
+        buffer_ >>= 1;
+        --count_;
+        return true;
+    }
+
+    // Reads at most `limit` bits up to and including the first 1 bit. `zeros` is the number
+    // of 0 bits read; `one` tells whether the 1 bit was reached (and consumed) within the limit.
+    [[nodiscard]] bool GetRun(int limit, int& zeros, bool& one) {
+        zeros = 0;
+        while (zeros < limit) {
+            if (count_ == 0 && !Load()) {
+                return false;
+            }
+            const int avail = limit - zeros < count_ ? limit - zeros : count_;
+            const uint64_t window = LowBits(buffer_, avail);
+            if (window != 0) {
+                const int t = std::countr_zero(window);
+                Drop(t + 1);
+                zeros += t;
+                one = true;
+                return true;
+            }
+            Drop(avail);
+            zeros += avail;
+        }
+        one = false;
+        return true;
+    }
+
+    // Drops n bits (any count), skipping whole words without loading them where it can.
+    [[nodiscard]] bool Skip(int64_t n) {
+        while (n > 0) {
+            if (count_ == 0) {
+                if (n >= 64 && RoomBytes(cur_, end_) >= 8) {
+                    cur_ += 8;
+                    n -= 64;
+                    continue;
+                }
+                if (!Load()) {
+                    return false;
+                }
+            }
+            const int take = n < count_ ? static_cast<int>(n) : count_;
+            Drop(take);
+            n -= take;
+        }
+        return true;
+    }
+
+private:
+    bool Load() {
+        const intptr_t room = RoomBytes(cur_, end_);
+        if (room >= 8) {
+            buffer_ = load_u64le(cur_);
+            cur_ += 8;
+            count_ = 64;
+        } else if (room >= 1) {
+            buffer_ = *cur_;
+            cur_ += 1;
+            count_ = 8;
+        } else {
+            return false;
+        }
+        return true;
+    }
+
+    void Drop(int n) {
+        buffer_ = n >= 64 ? 0 : buffer_ >> n;
+        count_ -= n;
+    }
+
+    uint64_t buffer_;
+    int32_t count_;
+    const uint8_t* cur_;
+    const uint8_t* end_;
+};
+
+}  // namespace zyrdc::zfp
