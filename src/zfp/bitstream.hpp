@@ -172,6 +172,24 @@ public:
         return true;
     }
 
+    // One group test of the embedded code, with its budget: reads the test bit, and when it
+    // is 1 the run of zeros behind it (at most up to coefficient 63 and the budget's end)
+    // with its closing 1 bit. `n` moves to the coefficient the run reached.
+    [[nodiscard]] bool GetGroup(int& n, int64_t& bits, bool& found) {
+        uint64_t bit;
+        --bits;
+        if (!GetBit(bit)) return false;
+        found = bit != 0;
+        if (!found) return true;
+        int zeros;
+        bool one;
+        const int limit = 63 - n < bits ? 63 - n : static_cast<int>(bits);
+        if (!GetRun(limit, zeros, one)) return false;
+        bits -= zeros + (one ? 1 : 0);
+        n += zeros;
+        return true;
+    }
+
     // Drops n bits (any count), skipping whole words without loading them where it can.
     [[nodiscard]] bool Skip(int64_t n) {
         while (n > 0) {
@@ -218,6 +236,161 @@ private:
     int32_t count_;
     const uint8_t* cur_;
     const uint8_t* end_;
+};
+
+// Decoder side, far from the end of the stream: the bits held in a 64-bit window refilled
+// by unaligned 8-byte loads, with no bound checks. The caller guarantees that the block reads
+// at most `WindowReader::kSlackBytes` bytes short of pEnd (see WindowFits). Save leaves the
+// record exactly as BitReader would after the same number of bits, since that depends only on
+// the count: whole words loaded as needed, the last one's unread bits in the buffer.
+class WindowReader {
+public:
+    // A load at the furthest byte a block can reach still needs its 8 bytes.
+    static constexpr intptr_t kSlackBytes = 16;
+
+    // True when a block of at most maxBlockBits bits can be read with this reader.
+    static bool Fits(const ZfpState& s, int64_t maxBlockBits) {
+        return RoomBytes(s.pCur, s.pEnd) >= (maxBlockBits + 7) / 8 + kSlackBytes;
+    }
+
+    explicit WindowReader(const ZfpState& s)
+        : first_(s.bitBuffer),
+          firstCount_(s.bitCount < 0 ? 0 : s.bitCount > 64 ? 64 : s.bitCount),
+          start_(s.pCur),
+          next_(s.pCur),
+          window_(LowBits(first_, firstCount_)),
+          avail_(firstCount_) {}
+
+    void Save(ZfpState& s) const {
+        const int64_t consumed = firstCount_ + 8 * (next_ - start_) - avail_;
+        if (consumed <= firstCount_) {
+            s.bitBuffer = consumed >= 64 ? 0 : first_ >> consumed;
+            s.bitCount = static_cast<int32_t>(firstCount_ - consumed);
+            return;
+        }
+        const int64_t fromStream = consumed - firstCount_;
+        const int64_t words = (fromStream + 63) / 64;
+        const uint8_t* cur = start_ + 8 * words;
+        const auto left = static_cast<int32_t>(64 * words - fromStream);
+        s.pCur = const_cast<uint8_t*>(cur);
+        s.bitCount = left;
+        s.bitBuffer = left == 0 ? 0 : load_u64le(cur - 8) >> (64 - left);
+    }
+
+    [[nodiscard]] bool Get(int width, uint64_t& v) {
+        if (width > kMaxRead) {
+            uint64_t high;
+            Take(32, v);
+            Take(width - 32, high);
+            v |= high << 32;
+        } else {
+            Take(width, v);
+        }
+        return true;
+    }
+
+    [[nodiscard]] bool GetBit(uint64_t& bit) {
+        Take(1, bit);
+        return true;
+    }
+
+    [[nodiscard]] bool GetRun(int limit, int& zeros, bool& one) {
+        zeros = 0;
+        while (zeros < limit) {
+            if (avail_ < kMaxRead) Refill();
+            const int span = limit - zeros < avail_ ? limit - zeros : avail_;
+            const uint64_t w = LowBits(window_, span);
+            if (w != 0) {
+                const int t = std::countr_zero(w);
+                Drop(t + 1);
+                zeros += t;
+                one = true;
+                return true;
+            }
+            Drop(span);
+            zeros += span;
+        }
+        one = false;
+        return true;
+    }
+
+    // As BitReader::GetGroup. With at least 57 bits in the window, the test bit and a run of
+    // up to 55 zeros with its 1 bit resolve in one step; longer runs take the general path.
+    [[nodiscard]] bool GetGroup(int& n, int64_t& bits, bool& found) {
+        Refill();
+        --bits;
+        found = (window_ & 1) != 0;
+        if (!found) {
+            Drop(1);
+            return true;
+        }
+        const int limit = 63 - n < bits ? 63 - n : static_cast<int>(bits);
+        // A sentinel at bit 55 of the run caps the count where the window's bits end; a
+        // count of 55 may be the sentinel and is left to the general path.
+        constexpr int kSpan = kMaxRead - 1;
+        const int t = std::countr_zero((window_ >> 1) | uint64_t{1} << kSpan);
+        if (t < limit && t < kSpan) {
+            Drop(t + 2);
+            bits -= t + 1;
+            n += t;
+            return true;
+        }
+        Drop(1);
+        int zeros;
+        bool one;
+        if (!GetRun(limit, zeros, one)) return false;
+        bits -= zeros + (one ? 1 : 0);
+        n += zeros;
+        return true;
+    }
+
+    [[nodiscard]] bool Skip(int64_t n) {
+        if (n <= avail_) {
+            Drop(static_cast<int>(n));
+            return true;
+        }
+        // Bits past the window: move to the byte that holds the target bit.
+        const int64_t fromStream = 8 * (next_ - start_) - avail_ + n;
+        next_ = start_ + fromStream / 8;
+        window_ = 0;
+        avail_ = 0;
+        Refill();
+        Drop(static_cast<int>(fromStream % 8));
+        return true;
+    }
+
+private:
+    // A refill tops the window up to at least 56 bits.
+    static constexpr int kMaxRead = 56;
+
+    // Loads the next bytes above the valid bits; bits beyond whole bytes are loaded too and
+    // are the right ones, so the next refill's OR leaves them as they are. Cheap enough to
+    // run before every read, which spares a branch; a full window (64 bits, possible only
+    // before the first read) is left alone.
+    void Refill() {
+        if (avail_ == 64) return;
+        window_ |= load_u64le(next_) << avail_;
+        next_ += (63 - avail_) >> 3;
+        avail_ |= 56;
+    }
+
+    void Take(int width, uint64_t& v) {
+        Refill();
+        v = LowBits(window_, width);
+        Drop(width);
+    }
+
+    void Drop(int n) {
+        window_ = n >= 64 ? 0 : window_ >> n;
+        avail_ -= n;
+    }
+
+    uint64_t first_;
+    int32_t firstCount_;
+    const uint8_t* start_;
+    const uint8_t* next_;
+    uint64_t window_;
+    int avail_;
 };
 
 }  // namespace zyrdc::zfp

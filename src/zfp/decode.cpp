@@ -150,14 +150,31 @@ void PlanesToSlice(const uint64_t* planes, __m128i* slice) {
     slice[3] = TransposeBits(_mm_unpackhi_epi32(b1, b3));
 }
 
-// Words 16g .. 16g + 15 from their four byte slices, stored at w.
-void SlicesToWords(__m128i s0, __m128i s1, __m128i s2, __m128i s3, uint32_t* w) {
+// Words 16g .. 16g + 15 from their four byte slices, passed through `finish` and stored at w.
+template <class Finish>
+void SlicesToWords(__m128i s0, __m128i s1, __m128i s2, __m128i s3, uint32_t* w, Finish finish) {
     const __m128i a = _mm_unpacklo_epi8(s0, s1), b = _mm_unpackhi_epi8(s0, s1);
     const __m128i c = _mm_unpacklo_epi8(s2, s3), d = _mm_unpackhi_epi8(s2, s3);
-    _mm_store_si128(reinterpret_cast<__m128i*>(w), _mm_unpacklo_epi16(a, c));
-    _mm_store_si128(reinterpret_cast<__m128i*>(w + 4), _mm_unpackhi_epi16(a, c));
-    _mm_store_si128(reinterpret_cast<__m128i*>(w + 8), _mm_unpacklo_epi16(b, d));
-    _mm_store_si128(reinterpret_cast<__m128i*>(w + 12), _mm_unpackhi_epi16(b, d));
+    _mm_store_si128(reinterpret_cast<__m128i*>(w), finish(_mm_unpacklo_epi16(a, c)));
+    _mm_store_si128(reinterpret_cast<__m128i*>(w + 4), finish(_mm_unpackhi_epi16(a, c)));
+    _mm_store_si128(reinterpret_cast<__m128i*>(w + 8), finish(_mm_unpacklo_epi16(b, d)));
+    _mm_store_si128(reinterpret_cast<__m128i*>(w + 12), finish(_mm_unpackhi_epi16(b, d)));
+}
+
+template <class Finish>
+void PlanesToWordsThen(const uint64_t* planes, uint32_t* words, Finish finish) {
+    __m128i slices[4][4];  // [byte s][group g]
+    for (int s = 0; s < 4; ++s) PlanesToSlice(planes + 8 * s, slices[s]);
+    for (int g = 0; g < 4; ++g) {
+        SlicesToWords(slices[0][g], slices[1][g], slices[2][g], slices[3][g], words + 16 * g, finish);
+    }
+}
+
+// Coded words in two's complement: v = (u ^ mask) - mask undoes the negabinary form.
+void PlanesToCoded(const uint64_t* planes, uint32_t* words) {
+    const __m128i mask = _mm_set1_epi32(static_cast<int32_t>(kNegabinaryMask));
+    PlanesToWordsThen(planes, words,
+                      [mask](__m128i u) { return _mm_sub_epi32(_mm_xor_si128(u, mask), mask); });
 }
 
 // ---- embedded decoding -----------------------------------------------------------------------
@@ -165,7 +182,8 @@ void SlicesToWords(__m128i s0, __m128i s1, __m128i s2, __m128i s3, uint32_t* w) 
 // group tests; a run read up to the budget's end without its 1 bit still marks the coefficient
 // it reached, as the encoder's stopping point implies.
 
-bool GetPlanes(BitReader& in, uint64_t* planes, int kmin, int64_t& bits) {
+template <class Reader>
+bool GetPlanes(Reader& in, uint64_t* planes, int kmin, int64_t& bits) {
     int n = 0;
     for (int k = kPlanes - 1; k >= kmin && bits > 0; --k) {
         const int m = bits < n ? static_cast<int>(bits) : n;
@@ -173,16 +191,9 @@ bool GetPlanes(BitReader& in, uint64_t* planes, int kmin, int64_t& bits) {
         if (!in.Get(m, x)) return false;
         bits -= m;
         while (n < 64 && bits > 0) {
-            --bits;
-            uint64_t group;
-            if (!in.GetBit(group)) return false;
-            if (group == 0) break;
-            const int limit = 63 - n < bits ? 63 - n : static_cast<int>(bits);
-            int zeros;
-            bool one;
-            if (!in.GetRun(limit, zeros, one)) return false;
-            bits -= zeros + (one ? 1 : 0);
-            n += zeros;
+            bool found;
+            if (!in.GetGroup(n, bits, found)) return false;
+            if (!found) break;
             x |= uint64_t{1} << n;
             ++n;
         }
@@ -221,7 +232,8 @@ bool GetPlanesScalar(BitReader& in, uint32_t* words, int kmin, int64_t& bits) {
     return true;
 }
 
-ZyrStatus Finish(ZfpState& state, const BitReader& in, bool ok) {
+template <class Reader>
+ZyrStatus Finish(ZfpState& state, const Reader& in, bool ok) {
     in.Save(state);
     return ok ? StatusOk : StatusStreamExhausted;
 }
@@ -235,7 +247,8 @@ struct Header {
     int64_t bits = 0;
 };
 
-bool ReadHeader(ZfpState& state, BitReader& in, float* dst, int32_t rowStep, int32_t planeStep,
+template <class Reader>
+bool ReadHeader(ZfpState& state, Reader& in, float* dst, int32_t rowStep, int32_t planeStep,
                 Header& h, ZyrStatus& status) {
     uint64_t flag, biased;
     if (!in.GetBit(flag)) {
@@ -258,10 +271,50 @@ bool ReadHeader(ZfpState& state, BitReader& in, float* dst, int32_t rowStep, int
     return true;
 }
 
-bool SkipPadding(BitReader& in, const ZfpState& s, int64_t bitsLeft) {
+template <class Reader>
+bool SkipPadding(Reader& in, const ZfpState& s, int64_t bitsLeft) {
     const int64_t used = (int64_t{s.maxBits} - kHeaderBits) - bitsLeft;
     const int64_t wanted = int64_t{s.minBits} - kHeaderBits;
     return used >= wanted || in.Skip(wanted - used);
+}
+
+// The most bits a block can take: the header or maxBits, or more when padded to minBits.
+int64_t MaxBlockBits(const ZfpState& s) {
+    int64_t most = s.maxBits > kHeaderBits ? s.maxBits : kHeaderBits;
+    return s.minBits > most ? s.minBits : most;
+}
+
+// Everything after the bits: planes to words (in negabinary, turned to two's complement on
+// the way), sequency order back to index order, lifting, scaling, and the rows stored.
+void Reconstruct(const uint64_t* planes, uint32_t biased, float* dst, int32_t rowStep,
+                 int32_t planeStep) {
+    alignas(16) uint32_t coded[kBlockValues];
+    PlanesToCoded(planes, coded);
+    alignas(16) uint32_t ints[kBlockValues];
+    for (int i = 0; i < kBlockValues; ++i) ints[i] = coded[kInverseSequency[i]];
+    __m128i rows[16];
+    for (int i = 0; i < 16; ++i) rows[i] = _mm_load_si128(reinterpret_cast<const __m128i*>(ints + 4 * i));
+    InverseTransform(rows);
+    const __m128 scale = _mm_set1_ps(ScaleFor(biased));
+    for (int z = 0; z < 4; ++z) {
+        for (int y = 0; y < 4; ++y) {
+            const __m128 v = _mm_mul_ps(_mm_cvtepi32_ps(rows[y + 4 * z]), scale);
+            std::memcpy(RowAt(dst, rowStep, planeStep, y, z), &v, sizeof v);
+        }
+    }
+}
+
+template <class Reader>
+ZyrStatus DecodeWith(ZfpState& state, float* dst, int32_t rowStep, int32_t planeStep) {
+    Reader in(state);
+    Header h;
+    ZyrStatus status;
+    if (!ReadHeader(state, in, dst, rowStep, planeStep, h, status)) return status;
+    alignas(16) uint64_t planes[kPlanes] = {};
+    if (h.bits > 0 && !GetPlanes(in, planes, h.kmin, h.bits)) return Finish(state, in, false);
+    if (!SkipPadding(in, state, h.bits)) return Finish(state, in, false);
+    Reconstruct(planes, h.biased, dst, rowStep, planeStep);
+    return Finish(state, in, true);
 }
 
 }  // namespace
@@ -284,11 +337,7 @@ void InverseTransformSse2(int32_t* block) {
 }
 
 void PlanesToWordsSse2(const uint64_t* planes, uint32_t* words) {
-    __m128i slices[4][4];  // [byte s][group g]
-    for (int s = 0; s < 4; ++s) PlanesToSlice(planes + 8 * s, slices[s]);
-    for (int g = 0; g < 4; ++g) {
-        SlicesToWords(slices[0][g], slices[1][g], slices[2][g], slices[3][g], words + 16 * g);
-    }
+    PlanesToWordsThen(planes, words, [](__m128i u) { return u; });
 }
 
 void PlanesToWordsScalar(const uint64_t* planes, uint32_t* words) {
@@ -301,32 +350,11 @@ void PlanesToWordsScalar(const uint64_t* planes, uint32_t* words) {
 // ---- block decoders ------------------------------------------------------------------------
 
 ZyrStatus DecodeBlock(ZfpState& state, float* dst, int32_t rowStep, int32_t planeStep) {
-    BitReader in(state);
-    Header h;
-    ZyrStatus status;
-    if (!ReadHeader(state, in, dst, rowStep, planeStep, h, status)) return status;
-
-    alignas(16) uint64_t planes[kPlanes] = {};
-    if (h.bits > 0 && !GetPlanes(in, planes, h.kmin, h.bits)) return Finish(state, in, false);
-    if (!SkipPadding(in, state, h.bits)) return Finish(state, in, false);
-
-    alignas(16) uint32_t coded[kBlockValues];
-    PlanesToWordsSse2(planes, coded);
-    const __m128i mask = _mm_set1_epi32(static_cast<int32_t>(kNegabinaryMask));
-    for (int i = 0; i < 16; ++i) {
-        __m128i* p = reinterpret_cast<__m128i*>(coded + 4 * i);
-        _mm_store_si128(p, _mm_sub_epi32(_mm_xor_si128(_mm_load_si128(p), mask), mask));
+    // Away from the end of the stream the bits come through the unchecked window.
+    if (WindowReader::Fits(state, MaxBlockBits(state))) {
+        return DecodeWith<WindowReader>(state, dst, rowStep, planeStep);
     }
-    alignas(16) uint32_t ints[kBlockValues];
-    for (int i = 0; i < kBlockValues; ++i) ints[i] = coded[kInverseSequency[i]];
-    __m128i rows[16];
-    for (int i = 0; i < 16; ++i) rows[i] = _mm_load_si128(reinterpret_cast<const __m128i*>(ints + 4 * i));
-    InverseTransform(rows);
-    const __m128 scale = _mm_set1_ps(ScaleFor(h.biased));
-    alignas(16) float values[kBlockValues];
-    for (int i = 0; i < 16; ++i) _mm_store_ps(values + 4 * i, _mm_mul_ps(_mm_cvtepi32_ps(rows[i]), scale));
-    StoreRows(values, dst, rowStep, planeStep);
-    return Finish(state, in, true);
+    return DecodeWith<BitReader>(state, dst, rowStep, planeStep);
 }
 
 ZyrStatus DecodeBlockScalar(ZfpState& state, float* dst, int32_t rowStep, int32_t planeStep) {
