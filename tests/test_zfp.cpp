@@ -71,16 +71,9 @@ TEST(ZfpState, InitSetsDefaultsAndLeavesTheBlockAreas) {
             ASSERT_EQ(bytes[i], 0xA5) << "byte " << i << " touched";
         }
         if (r.status != StatusOk) continue;
-        EXPECT_EQ(s.magic, 0x4B617398u);
-        EXPECT_EQ(s.minBits, 0);
-        EXPECT_EQ(s.maxBits, 4171);
-        EXPECT_EQ(s.maxPrec, 64);
-        EXPECT_EQ(s.minExp, -10740);
-        EXPECT_EQ(s.bitCount, 0);
-        EXPECT_EQ(s.bitBuffer, 0u);
-        EXPECT_EQ(s.pCur, buf);
-        EXPECT_EQ(s.pBegin, buf);
-        EXPECT_EQ(Addr(s.pEnd) - Addr(buf), r.end);
+        EXPECT_EQ(std::tie(s.magic, s.minBits, s.maxBits, s.maxPrec, s.minExp, s.bitCount, s.bitBuffer),
+                  std::make_tuple(0x4B617398u, 0, 4171, 64, -10740, 0, uint64_t{0}));
+        EXPECT_TRUE(s.pCur == buf && s.pBegin == buf && Addr(s.pEnd) - Addr(buf) == r.end);
         EXPECT_EQ(Below(s.pEnd, s.pSafeEnd), 528);  // below pBegin for short buffers
     }
 }
@@ -359,9 +352,9 @@ TEST(ZfpRoundTrip, FixedRateTakesExactlyItsBitsPerBlock) {
         for (int rate : {1, 2, 3, 8, 16, 32}) {
             SCOPED_TRACE(testing::Message() << "kind " << static_cast<int>(kind) << " rate " << rate);
             std::vector<int64_t> written, read;
-            const auto stream = Compress(f, ZfpRate(rate), ExportedEncoder, &written);
+            const auto stream = Compress(f, ZfpRate(rate), &written);
             ASSERT_EQ(stream.size(), f.v.size() * rate / 8);
-            const Field back = Decompress(stream, 16, 8, 12, ZfpRate(rate), ExportedDecoder, &read);
+            const Field back = Decompress(stream, 16, 8, 12, ZfpRate(rate), &read);
             ASSERT_EQ(back.v.size(), f.v.size());
             for (size_t i = 0; i < written.size(); ++i) {
                 ASSERT_EQ(written[i], 64 * rate) << "block " << i;
@@ -383,30 +376,24 @@ TEST(ZfpRoundTrip, ErrorStaysWithinTheModesBounds) {
     } modes[] = {{ZfpAccuracy(-10), 0}, {ZfpAccuracy(0), 0}, {ZfpAccuracy(-20), 0},
                  {ZfpPrecision(8), 8},  {ZfpPrecision(16), 16}, {ZfpPrecision(28), 28}};
     for (FieldKind kind : kKinds) {
-        const Field f = MakeField(kind, 12, 16, 8, 5);
+        const Field f = MakeField(kind, 4, 4, 64, 5);  // block b: values 64b .. 64b + 63
         for (const auto& m : modes) {
             SCOPED_TRACE(testing::Message() << "kind " << static_cast<int>(kind) << " minExp "
                                             << m.params.minExp << " precision " << m.precision);
-            const Field back = Decompress(Compress(f, m.params), 12, 16, 8, m.params);
+            const Field back = Decompress(Compress(f, m.params), 4, 4, 64, m.params);
             ASSERT_EQ(back.v.size(), f.v.size());
-            for (int z = 0; z < 8; z += 4) {
-                for (int y = 0; y < 16; y += 4) {
-                    for (int x = 0; x < 12; x += 4) {
-                        float top = 0.0f;
-                        double err = 0.0;
-                        for (int i = 0; i < 64; ++i) {
-                            const size_t at = f.Index(x + i % 4, y + i / 4 % 4, z + i / 16);
-                            top = std::fmax(top, std::fabs(f.v[at]));
-                            err = std::fmax(err, std::fabs(static_cast<double>(f.v[at]) - back.v[at]));
-                        }
-                        int e = 0;
-                        std::frexp(top, &e);
-                        const double bound = m.precision ? std::ldexp(1.0, e - m.precision + 7)
-                                                         : std::fmax(std::ldexp(1.0, m.params.minExp),
-                                                                     std::ldexp(1.0, e - 25));
-                        ASSERT_LE(err, bound) << "block at " << x << "," << y << "," << z;
-                    }
+            for (size_t b = 0; b < f.v.size(); b += 64) {
+                float top = 0.0f;
+                double err = 0.0;
+                for (size_t i = b; i < b + 64; ++i) {
+                    top = std::fmax(top, std::fabs(f.v[i]));
+                    err = std::fmax(err, std::fabs(static_cast<double>(f.v[i]) - back.v[i]));
                 }
+                int e = 0;
+                std::frexp(top, &e);
+                const double bound = m.precision ? std::ldexp(1.0, e - m.precision + 7)
+                                                 : std::fmax(std::ldexp(1.0, m.params.minExp), std::ldexp(1.0, e - 25));
+                ASSERT_LE(err, bound) << "block " << b / 64;
             }
         }
     }
@@ -418,38 +405,26 @@ TEST(ZfpRoundTrip, StridedLayouts) {
     const Field f = MakeField(FieldKind::Noisy, 4, 4, 4, 9);
     const auto reference = Compress(f, ZfpPrecision(20));
     const Field expected = Decompress(reference, 4, 4, 4, ZfpPrecision(20));
-    const struct {
-        int32_t row, plane, offset;  // offset: floats from the buffer start to element (0,0,0)
+    const struct Layout {
+        int32_t row, plane, offset;  // steps in bytes; offset of element (0,0,0) in floats
+        size_t At(int i) const { return static_cast<size_t>(offset + i % 4 + (i / 4 % 4 * row + i / 16 * plane) / 4); }
     } layouts[] = {{16, 64, 0}, {24, 200, 0}, {16, 64, 1}, {-16, -64, 63}, {40, -400, 300}, {-24, 104, 20}};
-    for (const auto& from : layouts) {
-        for (const auto& to : layouts) {
-            SCOPED_TRACE(testing::Message() << from.row << "/" << from.plane << " -> " << to.row
-                                            << "/" << to.plane);
+    for (const Layout& from : layouts) {
+        for (const Layout& to : layouts) {
+            SCOPED_TRACE(testing::Message() << from.row << "/" << from.plane << " -> " << to.row << "/" << to.plane);
             std::vector<float> src(512, NAN), dst(512, -7.0f);
-            auto at = [](const auto& l, int x, int y, int z) {
-                return static_cast<size_t>(l.offset + x + (y * l.row + z * l.plane) / 4);
-            };
-            for (int i = 0; i < 64; ++i) src[at(from, i % 4, i / 4 % 4, i / 16)] = f.v[static_cast<size_t>(i)];
+            for (int i = 0; i < 64; ++i) src[from.At(i)] = f.v[static_cast<size_t>(i)];
             uint8_t buf[600];
-            ZfpState s = Started(buf, sizeof buf, ZfpPrecision(20));
-            ASSERT_EQ(zyrsEncodeZfp444_32f(&src[static_cast<size_t>(from.offset)], from.row, from.plane, &s), StatusOk);
+            ZfpState s = Started(buf, sizeof buf, ZfpPrecision(20)), d = s;
+            ASSERT_EQ(zyrsEncodeZfp444_32f(&src[from.At(0)], from.row, from.plane, &s), StatusOk);
             ASSERT_EQ(zyrsEncodeZfpFlush_32f(&s), StatusOk);
             ASSERT_EQ(std::vector<uint8_t>(buf, s.pCur), reference);
-            ZfpState d;
-            ASSERT_EQ(zyrsDecodeZfpInit_32f(buf, sizeof buf, &d), StatusOk);
-            ASSERT_EQ(zyrsDecodeZfpSet_32f(0, 4171, 20, -10740, &d), StatusOk);
-            ASSERT_EQ(zyrsDecodeZfp444_32f(&d, &dst[static_cast<size_t>(to.offset)], to.row, to.plane), StatusOk);
-            std::vector<bool> used(512);
+            ASSERT_EQ(zyrsDecodeZfp444_32f(&d, &dst[to.At(0)], to.row, to.plane), StatusOk);
             for (int i = 0; i < 64; ++i) {
-                const size_t p = at(to, i % 4, i / 4 % 4, i / 16);
-                used[p] = true;
-                ASSERT_EQ(dst[p], expected.v[static_cast<size_t>(i)]);
+                ASSERT_EQ(dst[to.At(i)], expected.v[static_cast<size_t>(i)]);
+                dst[to.At(i)] = -7.0f;
             }
-            for (size_t p = 0; p < 512; ++p) {
-                if (!used[p]) {
-                    ASSERT_EQ(dst[p], -7.0f) << "gap " << p << " written";
-                }
-            }
+            ASSERT_EQ(dst, std::vector<float>(512, -7.0f)) << "a gap was written";
         }
     }
 }
@@ -469,6 +444,8 @@ TEST(ZfpKernels, VectorMatchesScalar) {
             a[i] = round % 4 == 0 ? (r & 1 ? M : -M) : static_cast<int32_t>(r % (2u * M + 1)) - M;
             w[i] = round % 3 == 0 ? r & (0xFFu << (8 * (round % 4))) : r;
         }
+        int32_t before[64];
+        std::memcpy(before, a, sizeof a);
         std::memcpy(b, a, sizeof a);
         zfp::ForwardTransformSse2(a);
         zfp::ForwardTransformScalar(b);
@@ -476,6 +453,9 @@ TEST(ZfpKernels, VectorMatchesScalar) {
         zfp::InverseTransformSse2(a);
         zfp::InverseTransformScalar(b);
         ASSERT_EQ(std::memcmp(a, b, sizeof a), 0) << "inverse, round " << round;
+        // Three rounded passes undone by the lifting leave a few tens of units (measured: at
+        // most 22 over 200000 blocks); a wrong basis or pass order leaves thousands.
+        for (int i = 0; i < 64; ++i) ASSERT_LE(std::abs(a[i] - before[i]), 32) << round << " " << i;
         std::memcpy(b, w, sizeof w);  // any 32-bit words: the lifting wraps around
         zfp::InverseTransformSse2(b);
         std::memcpy(a, w, sizeof w);
@@ -489,20 +469,6 @@ TEST(ZfpKernels, VectorMatchesScalar) {
         ASSERT_EQ(std::memcmp(w, w2, sizeof w), 0) << "words, round " << round;
         zfp::PlanesToWordsScalar(planes, w2);
         ASSERT_EQ(std::memcmp(w, w2, sizeof w), 0) << "scalar words, round " << round;
-    }
-}
-
-// Three rounded passes undone by the lifting leave a few tens of units (measured: at most
-// 22 over 200000 blocks); a wrong basis or pass order leaves thousands.
-TEST(ZfpKernels, InverseUndoesForwardWithinRounding) {
-    std::mt19937 rng(23);
-    for (int round = 0; round < 500; ++round) {
-        alignas(16) int32_t a[64], b[64];
-        for (int i = 0; i < 64; ++i) a[i] = static_cast<int32_t>(rng() % (1u << 30)) - (1 << 29);
-        std::memcpy(b, a, sizeof a);
-        zfp::ForwardTransformSse2(b);
-        zfp::InverseTransformSse2(b);
-        for (int i = 0; i < 64; ++i) ASSERT_LE(std::abs(a[i] - b[i]), 32) << round << " " << i;
     }
 }
 

@@ -58,64 +58,61 @@ inline Field MakeField(FieldKind kind, int nx, int ny, int nz, uint32_t seed) {
     return f;
 }
 
-// Coders of one block, the exported ones or internal twins, behind one signature.
+// Coders of one block, the exported ones' record-first twins, behind one signature.
 using BlockEncoder = ZyrStatus (*)(ZfpState&, const float*, int32_t, int32_t);
 using BlockDecoder = ZyrStatus (*)(ZfpState&, float*, int32_t, int32_t);
-
-inline ZyrStatus ExportedEncoder(ZfpState& s, const float* p, int32_t row, int32_t plane) {
-    return zyrsEncodeZfp444_32f(p, row, plane, &s);
-}
-inline ZyrStatus ExportedDecoder(ZfpState& s, float* p, int32_t row, int32_t plane) {
-    return zyrsDecodeZfp444_32f(&s, p, row, plane);
-}
 
 // Stream position in bits: whole bytes passed plus bits pending (encoder) or minus bits
 // loaded but unread (decoder).
 inline int64_t WrittenBits(const ZfpState& s) { return 8 * (s.pCur - s.pBegin) + s.bitCount; }
 inline int64_t ReadBits(const ZfpState& s) { return 8 * (s.pCur - s.pBegin) - s.bitCount; }
 
-// Every block in raster order (x fastest), then Flush; the stream is cut to its length.
-// blockBits, if given, receives each block's size.
-inline std::vector<uint8_t> Compress(const Field& f, ZfpParams p,
-                                     BlockEncoder enc = ExportedEncoder,
-                                     std::vector<int64_t>* blockBits = nullptr) {
+// Calls code(index of the block's first value, row step, plane step) for every block in
+// raster order (x fastest) until it returns something other than StatusOk.
+template <class Code>
+bool ForEachBlock(int nx, int ny, int nz, Code code) {
+    const auto row = static_cast<int32_t>(4 * nx), plane = static_cast<int32_t>(4 * nx * ny);
+    for (int z = 0; z < nz; z += 4) {
+        for (int y = 0; y < ny; y += 4) {
+            for (int x = 0; x < nx; x += 4) {
+                if (code(static_cast<size_t>(x + nx * (y + ny * z)), row, plane) != StatusOk) return false;
+            }
+        }
+    }
+    return true;
+}
+
+// The stream of every block through the exported encoder, flushed and cut to its length
+// (empty on failure); blockBits, if given, receives each block's size.
+inline std::vector<uint8_t> Compress(const Field& f, ZfpParams p, std::vector<int64_t>* blockBits = nullptr) {
     std::vector<uint8_t> out(f.v.size() * 9 + 64);
     ZfpState s;
     zyrsEncodeZfpInit_32f(out.data(), static_cast<int32_t>(out.size()), &s);
     zyrsEncodeZfpSet_32f(p.minBits, p.maxBits, p.maxPrec, p.minExp, &s);
-    const auto row = static_cast<int32_t>(4 * f.nx), plane = static_cast<int32_t>(4 * f.nx * f.ny);
-    for (int z = 0; z < f.nz; z += 4) {
-        for (int y = 0; y < f.ny; y += 4) {
-            for (int x = 0; x < f.nx; x += 4) {
-                const int64_t before = WrittenBits(s);
-                if (enc(s, &f.v[f.Index(x, y, z)], row, plane) != StatusOk) return {};
-                if (blockBits) blockBits->push_back(WrittenBits(s) - before);
-            }
-        }
-    }
-    if (zyrsEncodeZfpFlush_32f(&s) != StatusOk) return {};
+    const bool ok = ForEachBlock(f.nx, f.ny, f.nz, [&](size_t at, int32_t row, int32_t plane) {
+        const int64_t before = WrittenBits(s);
+        const ZyrStatus status = zyrsEncodeZfp444_32f(&f.v[at], row, plane, &s);
+        if (blockBits) blockBits->push_back(WrittenBits(s) - before);
+        return status;
+    });
+    if (!ok || zyrsEncodeZfpFlush_32f(&s) != StatusOk) return {};
     out.resize(static_cast<size_t>(s.pCur - s.pBegin));
     return out;
 }
 
 inline Field Decompress(const std::vector<uint8_t>& stream, int nx, int ny, int nz, ZfpParams p,
-                        BlockDecoder dec = ExportedDecoder,
                         std::vector<int64_t>* blockBits = nullptr) {
     Field f{nx, ny, nz, std::vector<float>(static_cast<size_t>(nx) * ny * nz)};
     ZfpState s;
     zyrsDecodeZfpInit_32f(stream.data(), static_cast<int32_t>(stream.size()), &s);
     zyrsDecodeZfpSet_32f(p.minBits, p.maxBits, p.maxPrec, p.minExp, &s);
-    const auto row = static_cast<int32_t>(4 * nx), plane = static_cast<int32_t>(4 * nx * ny);
-    for (int z = 0; z < nz; z += 4) {
-        for (int y = 0; y < ny; y += 4) {
-            for (int x = 0; x < nx; x += 4) {
-                const int64_t before = ReadBits(s);
-                if (dec(s, &f.v[f.Index(x, y, z)], row, plane) != StatusOk) return {};
-                if (blockBits) blockBits->push_back(ReadBits(s) - before);
-            }
-        }
-    }
-    return f;
+    const bool ok = ForEachBlock(nx, ny, nz, [&](size_t at, int32_t row, int32_t plane) {
+        const int64_t before = ReadBits(s);
+        const ZyrStatus status = zyrsDecodeZfp444_32f(&s, &f.v[at], row, plane);
+        if (blockBits) blockBits->push_back(ReadBits(s) - before);
+        return status;
+    });
+    return ok ? f : Field{nx, ny, nz, {}};
 }
 
 inline double MaxError(const Field& a, const Field& b) {
