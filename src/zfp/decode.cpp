@@ -290,10 +290,8 @@ void Reconstruct(const uint64_t* planes, uint32_t biased, float* dst, int32_t ro
                  int32_t planeStep) {
     alignas(16) uint32_t coded[kBlockValues];
     PlanesToCoded(planes, coded);
-    alignas(16) uint32_t ints[kBlockValues];
-    for (int i = 0; i < kBlockValues; ++i) ints[i] = coded[kInverseSequency[i]];
     __m128i rows[16];
-    for (int i = 0; i < 16; ++i) rows[i] = _mm_load_si128(reinterpret_cast<const __m128i*>(ints + 4 * i));
+    for (int i = 0; i < 16; ++i) rows[i] = GatherPermuted(coded, kInverseSequency, i);
     InverseTransform(rows);
     const __m128 scale = _mm_set1_ps(ScaleFor(biased));
     for (int z = 0; z < 4; ++z) {

@@ -34,7 +34,7 @@ int64_t BlockPrecision(int e, const ZfpState& s) {
 }
 
 // Scale into 30-bit integers, 2^(30 - e); capped at 2^127, the largest power of two a float
-// holds, for blocks below 2^-97.
+// holds, when e < -97.
 float ScaleFor(int e) {
     const int field = 157 - e < 254 ? 157 - e : 254;
     return std::bit_cast<float>(static_cast<uint32_t>(field) << 23);
@@ -166,10 +166,10 @@ void ForwardTransform(__m128i* rows) {
 
 class PlaneSlicer {
 public:
-    // words: the 64 coded words, 16-byte aligned.
-    explicit PlaneSlicer(const uint32_t* words) {
+    // words: the 64 coded words, four to a vector.
+    explicit PlaneSlicer(const __m128i* words) {
         for (int g = 0; g < 4; ++g) {
-            Slice(words + 16 * g, g);
+            Slice(words + 4 * g, g);
         }
     }
 
@@ -190,11 +190,8 @@ private:
     // A 16 x 4 byte transpose of words w0..w15 into four slices. The first step pairs
     // (w0, w4), (w1, w5), ... so that the byte interleaves below leave each slice in word
     // order 0..15.
-    void Slice(const uint32_t* w, int g) {
-        const __m128i n0 = _mm_load_si128(reinterpret_cast<const __m128i*>(w));
-        const __m128i n1 = _mm_load_si128(reinterpret_cast<const __m128i*>(w + 4));
-        const __m128i n2 = _mm_load_si128(reinterpret_cast<const __m128i*>(w + 8));
-        const __m128i n3 = _mm_load_si128(reinterpret_cast<const __m128i*>(w + 12));
+    void Slice(const __m128i* w, int g) {
+        const __m128i n0 = w[0], n1 = w[1], n2 = w[2], n3 = w[3];
         const __m128i v0 = _mm_unpacklo_epi32(n0, n1), v1 = _mm_unpackhi_epi32(n0, n1);
         const __m128i v2 = _mm_unpacklo_epi32(n2, n3), v3 = _mm_unpackhi_epi32(n2, n3);
         const __m128i a = _mm_unpacklo_epi8(v0, v1), b = _mm_unpackhi_epi8(v0, v1);
@@ -312,7 +309,9 @@ void ForwardTransformSse2(int32_t* block) {
 }
 
 void WordsToPlanesSse2(const uint32_t* words, uint64_t* planes) {
-    PlaneSlicer slicer(words);
+    __m128i vectors[16];
+    for (int i = 0; i < 16; ++i) vectors[i] = _mm_load_si128(reinterpret_cast<const __m128i*>(words + 4 * i));
+    PlaneSlicer slicer(vectors);
     for (int k = kPlanes - 1; k >= 0; --k) planes[k] = slicer.Plane(k);
 }
 
@@ -364,8 +363,8 @@ ZyrStatus EncodeBlock(ZfpState& state, const float* src, int32_t rowStep, int32_
         _mm_store_si128(reinterpret_cast<__m128i*>(negabinary + 4 * i),
                         _mm_xor_si128(_mm_add_epi32(ints[i], mask), mask));
     }
-    alignas(16) uint32_t coded[kBlockValues];
-    for (int j = 0; j < kBlockValues; ++j) coded[j] = negabinary[kSequency[j]];
+    __m128i coded[16];
+    for (int i = 0; i < 16; ++i) coded[i] = GatherPermuted(negabinary, kSequency, i);
 
     int64_t bits = int64_t{state.maxBits} - kHeaderBits;
     if (bits > 0) {
