@@ -11,13 +11,12 @@
 
 #include "harness.hpp"
 #include "zfp/zfp.hpp"
+#include "zfp_fuzz.hpp"
 #include "zyrdc.h"
 
 namespace {
 
-void Check(bool ok) {
-    if (!ok) __builtin_trap();
-}
+using zyrdc::fuzz::Check;
 
 // Row and plane steps in floats, with room for gaps and for steps that run backwards.
 struct Layout {
@@ -35,14 +34,7 @@ bool SameRecord(const ZfpState& a, const ZfpState& b) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 8) return 0;
-    const auto u16 = [&](size_t i) { return static_cast<int32_t>(data[i] | data[i + 1] << 8); };
-    // Ranges an encoder of float blocks may be set to: sizes up to the largest block and a
-    // little past it, every precision, minExp from above any block's exponent down to where it
-    // stops mattering, sometimes the default.
-    const int32_t minBits = u16(0) % 4300;
-    const int32_t maxBits = u16(2) % 4300;
-    const int32_t maxPrec = data[4] % 70;
-    const int32_t minExp = data[5] & 0x80 ? -10740 : (data[5] & 0x7F) * 3 - 200;
+    const auto params = zyrdc::fuzz::ZfpParams::From(data);
     const Layout layout = kLayouts[data[6] % 8];
     const uint8_t* stream = data + 8;
     const auto streamLen = static_cast<int32_t>(size - 8);
@@ -65,8 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (size_t t : target) isTarget[t] = true;
 
     ZfpState a, b;
-    Check(zyrsDecodeZfpInit_32f(stream, streamLen, &a) == StatusOk);
-    Check(zyrsDecodeZfpSet_32f(minBits, maxBits, maxPrec, minExp, &a) == StatusOk);
+    params.Start(stream, streamLen, a);
     b = a;
     const int32_t row = 4 * layout.row, plane = 4 * layout.plane;
     for (int block = 0; block < kMaxBlocks; ++block) {

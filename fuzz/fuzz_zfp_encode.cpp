@@ -11,13 +11,12 @@
 
 #include "harness.hpp"
 #include "zfp/zfp.hpp"
+#include "zfp_fuzz.hpp"
 #include "zyrdc.h"
 
 namespace {
 
-void Check(bool ok) {
-    if (!ok) __builtin_trap();
-}
+using zyrdc::fuzz::Check;
 
 int64_t Written(const ZfpState& s) { return 8 * (s.pCur - s.pBegin) + s.bitCount; }
 int64_t Read(const ZfpState& s) { return 8 * (s.pCur - s.pBegin) - s.bitCount; }
@@ -26,11 +25,7 @@ int64_t Read(const ZfpState& s) { return 8 * (s.pCur - s.pBegin) - s.bitCount; }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 8) return 0;
-    const auto u16 = [&](size_t i) { return static_cast<int32_t>(data[i] | data[i + 1] << 8); };
-    const int32_t minBits = u16(0) % 4300;
-    const int32_t maxBits = u16(2) % 4300;
-    const int32_t maxPrec = data[4] % 70;
-    const int32_t minExp = data[5] & 0x80 ? -10740 : (data[5] & 0x7F) * 3 - 200;
+    const auto params = zyrdc::fuzz::ZfpParams::From(data);
     // Mostly room for both blocks; sometimes a buffer that ends inside them.
     const int32_t room = data[6] < 200 ? 2 * 4300 / 8 + 16 : 1 + data[7] * 4;
 
@@ -41,11 +36,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (int i = 0; i < 64 * blocks; ++i) finite = finite && std::isfinite(values[i]);
 
     std::vector<uint8_t> outA(static_cast<size_t>(room)), outB(outA);
+    // One record layout serves both directions, and the two Inits lay it out alike.
     ZfpState a, b;
-    Check(zyrsEncodeZfpInit_32f(outA.data(), room, &a) == StatusOk);
-    Check(zyrsEncodeZfpSet_32f(minBits, maxBits, maxPrec, minExp, &a) == StatusOk);
-    Check(zyrsEncodeZfpInit_32f(outB.data(), room, &b) == StatusOk);
-    Check(zyrsEncodeZfpSet_32f(minBits, maxBits, maxPrec, minExp, &b) == StatusOk);
+    params.Start(outA.data(), room, a);
+    params.Start(outB.data(), room, b);
     int64_t bits[2] = {};
     ZyrStatus status = StatusOk;
     for (int k = 0; k < blocks && status == StatusOk; ++k) {
@@ -60,9 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (status != StatusOk || zyrsEncodeZfpFlush_32f(&a) != StatusOk || !finite) return 0;
 
     ZfpState d, e;
-    const auto length = static_cast<int32_t>(a.pCur - a.pBegin);
-    Check(zyrsDecodeZfpInit_32f(outA.data(), length, &d) == StatusOk);
-    Check(zyrsDecodeZfpSet_32f(minBits, maxBits, maxPrec, minExp, &d) == StatusOk);
+    params.Start(outA.data(), static_cast<int32_t>(a.pCur - a.pBegin), d);
     e = d;
     float backD[64], backE[64];
     for (int k = 0; k < blocks; ++k) {

@@ -97,6 +97,34 @@ private:
     uint8_t* end_;
 };
 
+// The run behind a group test's 1 bit, for either reader below: zeros, one per coefficient
+// passed, up to and including the next 1 bit, read at most up to coefficient 63 (whose 1 bit
+// is implied) and the budget's end. `n` moves to the coefficient the run reached; the budget
+// loses the bits read. A reader supplies Fill (some bits buffered, or false at the stream's
+// end), Bits, Count and Drop.
+template <class Reader>
+[[nodiscard]] bool ReadGroupRun(Reader& in, int& n, int64_t& bits) {
+    const int limit = 63 - n < bits ? 63 - n : static_cast<int>(bits);
+    int zeros = 0;
+    while (zeros < limit) {
+        if (!in.Fill()) return false;
+        const int avail = limit - zeros < in.Count() ? limit - zeros : in.Count();
+        const uint64_t window = LowBits(in.Bits(), avail);
+        if (window != 0) {
+            const int t = std::countr_zero(window);
+            in.Drop(t + 1);
+            bits -= zeros + t + 1;
+            n += zeros + t;
+            return true;
+        }
+        in.Drop(avail);
+        zeros += avail;
+    }
+    bits -= zeros;
+    n += zeros;
+    return true;
+}
+
 // Decoder side. `buffer` holds `count` unread bits at its low end. When it is empty and a
 // bit is needed, a whole word is loaded if 8 bytes remain, else a single byte, else the
 // stream is exhausted; bits are never loaded ahead of need, so the record's position after
@@ -148,47 +176,20 @@ public:
         return true;
     }
 
-    // Reads at most `limit` bits up to and including the first 1 bit. `zeros` is the number
-    // of 0 bits read; `one` tells whether the 1 bit was reached (and consumed) within the limit.
-    [[nodiscard]] bool GetRun(int limit, int& zeros, bool& one) {
-        zeros = 0;
-        while (zeros < limit) {
-            if (count_ == 0 && !Load()) {
-                return false;
-            }
-            const int avail = limit - zeros < count_ ? limit - zeros : count_;
-            const uint64_t window = LowBits(buffer_, avail);
-            if (window != 0) {
-                const int t = std::countr_zero(window);
-                Drop(t + 1);
-                zeros += t;
-                one = true;
-                return true;
-            }
-            Drop(avail);
-            zeros += avail;
-        }
-        one = false;
-        return true;
-    }
-
     // One group test of the embedded code, with its budget: reads the test bit, and when it
-    // is 1 the run of zeros behind it (at most up to coefficient 63 and the budget's end)
-    // with its closing 1 bit. `n` moves to the coefficient the run reached.
+    // is 1 the run of zeros behind it with its closing 1 bit (see ReadGroupRun).
     [[nodiscard]] bool GetGroup(int& n, int64_t& bits, bool& found) {
         uint64_t bit;
         --bits;
         if (!GetBit(bit)) return false;
         found = bit != 0;
-        if (!found) return true;
-        int zeros;
-        bool one;
-        const int limit = 63 - n < bits ? 63 - n : static_cast<int>(bits);
-        if (!GetRun(limit, zeros, one)) return false;
-        bits -= zeros + (one ? 1 : 0);
-        n += zeros;
-        return true;
+        return !found || ReadGroupRun(*this, n, bits);
     }
+
+    // What ReadRun works with: at least one bit in the buffer, or false at the stream's end.
+    [[nodiscard]] bool Fill() { return count_ != 0 || Load(); }
+    uint64_t Bits() const { return buffer_; }
+    int Count() const { return count_; }
 
     // Drops n bits (any count), skipping whole words without loading them where it can.
     [[nodiscard]] bool Skip(int64_t n) {
@@ -210,6 +211,11 @@ public:
         return true;
     }
 
+    void Drop(int n) {
+        buffer_ = n >= 64 ? 0 : buffer_ >> n;
+        count_ -= n;
+    }
+
 private:
     bool Load() {
         const intptr_t room = RoomBytes(cur_, end_);
@@ -225,11 +231,6 @@ private:
             return false;
         }
         return true;
-    }
-
-    void Drop(int n) {
-        buffer_ = n >= 64 ? 0 : buffer_ >> n;
-        count_ -= n;
     }
 
     uint64_t buffer_;
@@ -294,26 +295,6 @@ public:
         return true;
     }
 
-    [[nodiscard]] bool GetRun(int limit, int& zeros, bool& one) {
-        zeros = 0;
-        while (zeros < limit) {
-            if (avail_ < kMaxRead) Refill();
-            const int span = limit - zeros < avail_ ? limit - zeros : avail_;
-            const uint64_t w = LowBits(window_, span);
-            if (w != 0) {
-                const int t = std::countr_zero(w);
-                Drop(t + 1);
-                zeros += t;
-                one = true;
-                return true;
-            }
-            Drop(span);
-            zeros += span;
-        }
-        one = false;
-        return true;
-    }
-
     // As BitReader::GetGroup. With at least 57 bits in the window, the test bit and a run of
     // up to 55 zeros with its 1 bit resolve in one step; longer runs take the general path.
     [[nodiscard]] bool GetGroup(int& n, int64_t& bits, bool& found) {
@@ -336,12 +317,19 @@ public:
             return true;
         }
         Drop(1);
-        int zeros;
-        bool one;
-        if (!GetRun(limit, zeros, one)) return false;
-        bits -= zeros + (one ? 1 : 0);
-        n += zeros;
+        return ReadGroupRun(*this, n, bits);
+    }
+
+    [[nodiscard]] bool Fill() {
+        if (avail_ < kMaxRead) Refill();
         return true;
+    }
+    uint64_t Bits() const { return window_; }
+    int Count() const { return avail_; }
+
+    void Drop(int n) {
+        window_ = n >= 64 ? 0 : window_ >> n;
+        avail_ -= n;
     }
 
     [[nodiscard]] bool Skip(int64_t n) {
@@ -378,11 +366,6 @@ private:
         Refill();
         v = LowBits(window_, width);
         Drop(width);
-    }
-
-    void Drop(int n) {
-        window_ = n >= 64 ? 0 : window_ >> n;
-        avail_ -= n;
     }
 
     uint64_t first_;

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "zfp/bitstream.hpp"
+#include "zfp/block.hpp"
 #include "zfp/tables.hpp"
 #include "zfp/zfp.hpp"
 
@@ -15,11 +16,8 @@ namespace zyrdc::zfp {
 
 namespace {
 
-constexpr uint32_t kNegabinaryMask = 0xAAAAAAAAu;
-
 uint8_t* RowAt(float* base, int32_t rowStep, int32_t planeStep, int y, int z) {
-    return reinterpret_cast<uint8_t*>(base) + static_cast<intptr_t>(z) * planeStep +
-           static_cast<intptr_t>(y) * rowStep;
+    return reinterpret_cast<uint8_t*>(base) + RowOffset(rowStep, planeStep, y, z);
 }
 
 // The block's 64 values go out row by row, each row one 16-byte unit, whatever the
@@ -82,15 +80,6 @@ void InverseLines(__m128i& x0, __m128i& x1, __m128i& x2, __m128i& x3) {
     x0 = _mm_sub_epi32(_mm_add_epi32(x0, x0), x3);
 }
 
-void Transpose(__m128i& r0, __m128i& r1, __m128i& r2, __m128i& r3) {
-    const __m128i t0 = _mm_unpacklo_epi32(r0, r1), t1 = _mm_unpacklo_epi32(r2, r3);
-    const __m128i t2 = _mm_unpackhi_epi32(r0, r1), t3 = _mm_unpackhi_epi32(r2, r3);
-    r0 = _mm_unpacklo_epi64(t0, t1);
-    r1 = _mm_unpackhi_epi64(t0, t1);
-    r2 = _mm_unpacklo_epi64(t2, t3);
-    r3 = _mm_unpackhi_epi64(t2, t3);
-}
-
 // rows[y + 4z] holds x = 0..3: z and y lines run across rows, x lines inside them.
 void InverseTransform(__m128i* rows) {
     for (int y = 0; y < 4; ++y) {
@@ -102,9 +91,9 @@ void InverseTransform(__m128i* rows) {
     }
     for (int z = 0; z < 4; ++z) {
         __m128i* r = rows + 4 * z;
-        Transpose(r[0], r[1], r[2], r[3]);
+        Transpose4x4(r[0], r[1], r[2], r[3]);
         InverseLines(r[0], r[1], r[2], r[3]);
-        Transpose(r[0], r[1], r[2], r[3]);
+        Transpose4x4(r[0], r[1], r[2], r[3]);
     }
 }
 
@@ -327,12 +316,7 @@ void InverseTransformScalar(int32_t* block) {
     for (int i = 0; i < 16; ++i) InverseLineScalar(block + 4 * i, 1);
 }
 
-void InverseTransformSse2(int32_t* block) {
-    __m128i rows[16];
-    for (int i = 0; i < 16; ++i) rows[i] = _mm_load_si128(reinterpret_cast<const __m128i*>(block + 4 * i));
-    InverseTransform(rows);
-    for (int i = 0; i < 16; ++i) _mm_store_si128(reinterpret_cast<__m128i*>(block + 4 * i), rows[i]);
-}
+void InverseTransformSse2(int32_t* block) { TransformInMemory(block, InverseTransform); }
 
 void PlanesToWordsSse2(const uint64_t* planes, uint32_t* words) {
     PlanesToWordsThen(planes, words, [](__m128i u) { return u; });

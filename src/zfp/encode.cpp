@@ -8,14 +8,13 @@
 #include <cstring>
 
 #include "zfp/bitstream.hpp"
+#include "zfp/block.hpp"
 #include "zfp/tables.hpp"
 #include "zfp/zfp.hpp"
 
 namespace zyrdc::zfp {
 
 namespace {
-
-constexpr uint32_t kNegabinaryMask = 0xAAAAAAAAu;
 
 // ---- parameters of one block ----------------------------------------------------------------
 
@@ -45,8 +44,7 @@ float ScaleFor(int e) {
 int32_t Truncate(float v) { return _mm_cvttss_si32(_mm_set_ss(v)); }
 
 const uint8_t* RowAt(const float* base, int32_t rowStep, int32_t planeStep, int y, int z) {
-    return reinterpret_cast<const uint8_t*>(base) + static_cast<intptr_t>(z) * planeStep +
-           static_cast<intptr_t>(y) * rowStep;
+    return reinterpret_cast<const uint8_t*>(base) + RowOffset(rowStep, planeStep, y, z);
 }
 
 // Zero block: the 0 flag, then zeros up to minBits.
@@ -131,23 +129,14 @@ void ForwardLines(__m128i& a, __m128i& b, __m128i& c, __m128i& d) {
     d = Narrow(lo.d, hi.d);
 }
 
-void Transpose(__m128i& r0, __m128i& r1, __m128i& r2, __m128i& r3) {
-    const __m128i t0 = _mm_unpacklo_epi32(r0, r1), t1 = _mm_unpacklo_epi32(r2, r3);
-    const __m128i t2 = _mm_unpackhi_epi32(r0, r1), t3 = _mm_unpackhi_epi32(r2, r3);
-    r0 = _mm_unpacklo_epi64(t0, t1);
-    r1 = _mm_unpackhi_epi64(t0, t1);
-    r2 = _mm_unpacklo_epi64(t2, t3);
-    r3 = _mm_unpackhi_epi64(t2, t3);
-}
-
 // rows[y + 4z] holds x = 0..3. Along x the lines lie inside the rows, so each z plane is
 // transposed around the x pass; along y and z the lines run across rows, one per lane.
 void ForwardTransform(__m128i* rows) {
     for (int z = 0; z < 4; ++z) {
         __m128i* r = rows + 4 * z;
-        Transpose(r[0], r[1], r[2], r[3]);
+        Transpose4x4(r[0], r[1], r[2], r[3]);
         ForwardLines(r[0], r[1], r[2], r[3]);
-        Transpose(r[0], r[1], r[2], r[3]);
+        Transpose4x4(r[0], r[1], r[2], r[3]);
     }
     for (int z = 0; z < 4; ++z) {
         __m128i* r = rows + 4 * z;
@@ -301,12 +290,7 @@ void ForwardTransformScalar(int32_t* block) {
     for (int i = 0; i < 16; ++i) ForwardLineScalar(block + i, 16);
 }
 
-void ForwardTransformSse2(int32_t* block) {
-    __m128i rows[16];
-    for (int i = 0; i < 16; ++i) rows[i] = _mm_load_si128(reinterpret_cast<const __m128i*>(block + 4 * i));
-    ForwardTransform(rows);
-    for (int i = 0; i < 16; ++i) _mm_store_si128(reinterpret_cast<__m128i*>(block + 4 * i), rows[i]);
-}
+void ForwardTransformSse2(int32_t* block) { TransformInMemory(block, ForwardTransform); }
 
 void WordsToPlanesSse2(const uint32_t* words, uint64_t* planes) {
     __m128i vectors[16];

@@ -8,8 +8,6 @@
 // tests check that it is a permutation sorted by x + y + z. The inverse is computed from it.
 #pragma once
 
-#include <emmintrin.h>
-
 #include <array>
 #include <cstdint>
 
@@ -37,13 +35,5 @@ inline constexpr Permutation kInverseSequency = Inverse(kSequency);
 static_assert(kInverseSequency[0] == 0 && kInverseSequency[2] == 7 &&
               kInverseSequency[3] == 17 && kInverseSequency[16] == 3 &&
               kInverseSequency[42] == 44 && kInverseSequency[63] == 63);
-
-// Values order[4i .. 4i+3] of `from` as one vector. Built in registers rather than stored one
-// by one and loaded as a vector, which would stall on forwarding four stores into one load.
-inline __m128i GatherPermuted(const uint32_t* from, const Permutation& order, int i) {
-    const uint8_t* o = order.data() + 4 * i;
-    return _mm_setr_epi32(static_cast<int32_t>(from[o[0]]), static_cast<int32_t>(from[o[1]]),
-                          static_cast<int32_t>(from[o[2]]), static_cast<int32_t>(from[o[3]]));
-}
 
 }  // namespace zyrdc::zfp
