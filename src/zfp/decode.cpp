@@ -174,7 +174,8 @@ void PlanesToCoded(const uint64_t* planes, uint32_t* words) {
 template <class Reader>
 bool GetPlanes(Reader& in, uint64_t* planes, int kmin, int64_t& bits) {
     int n = 0;
-    for (int k = kPlanes - 1; k >= kmin && bits > 0; --k) {
+    int k = kPlanes - 1;
+    for (; k >= kmin && bits > 0; --k) {
         const int m = bits < n ? static_cast<int>(bits) : n;
         uint64_t x;
         if (!in.Get(m, x)) return false;
@@ -188,6 +189,8 @@ bool GetPlanes(Reader& in, uint64_t* planes, int kmin, int64_t& bits) {
         }
         planes[k] = x;
     }
+    // The planes not coded are zero.
+    for (; k >= 0; --k) planes[k] = 0;
     return true;
 }
 
@@ -297,8 +300,8 @@ ZyrStatus DecodeWith(ZfpState& state, float* dst, int32_t rowStep, int32_t plane
     Header h;
     ZyrStatus status;
     if (!ReadHeader(state, in, dst, rowStep, planeStep, h, status)) return status;
-    alignas(16) uint64_t planes[kPlanes] = {};
-    if (h.bits > 0 && !GetPlanes(in, planes, h.kmin, h.bits)) return Finish(state, in, false);
+    alignas(16) uint64_t planes[kPlanes];
+    if (!GetPlanes(in, planes, h.kmin, h.bits)) return Finish(state, in, false);
     if (!SkipPadding(in, state, h.bits)) return Finish(state, in, false);
     Reconstruct(planes, h.biased, dst, rowStep, planeStep);
     return Finish(state, in, true);
