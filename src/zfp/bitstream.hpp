@@ -20,6 +20,8 @@ inline intptr_t RoomBytes(const uint8_t* cur, const uint8_t* end) {
 inline uint64_t LowBits(uint64_t v, int width) {
     return width >= 64 ? v : v & ((uint64_t{1} << width) - 1);
 }
+// The same for width 0..63.
+inline uint64_t ShortLowBits(uint64_t v, int width) { return v & ((uint64_t{1} << width) - 1); }
 
 // Encoder side. Bits accumulate above `count` in `buffer`; each full word is stored at `cur`
 // after checking that 8 bytes fit before `end`. On a failed store the word stays in the
@@ -186,7 +188,20 @@ public:
         return !found || ReadGroupRun(*this, n, bits);
     }
 
-    // What ReadRun works with: at least one bit in the buffer, or false at the stream's end.
+    // The group tests of one plane, after its verbatim bits: each new significant
+    // coefficient n sets bit n of the plane x, until a 0 test, coefficient 64 or the budget.
+    [[nodiscard]] bool GetGroups(int& n, int64_t& bits, uint64_t& x) {
+        while (n < 64 && bits > 0) {
+            bool found;
+            if (!GetGroup(n, bits, found)) return false;
+            if (!found) break;
+            x |= uint64_t{1} << n;
+            ++n;
+        }
+        return true;
+    }
+
+    // What ReadGroupRun works with: some bits buffered, or false at the stream's end.
     [[nodiscard]] bool Fill() { return count_ != 0 || Load(); }
     uint64_t Bits() const { return buffer_; }
     int Count() const { return count_; }
@@ -249,17 +264,19 @@ public:
     // A load at the furthest byte a block can reach still needs its 8 bytes.
     static constexpr intptr_t kSlackBytes = 16;
 
-    // True when a block of at most maxBlockBits bits can be read with this reader.
+    // True when a block of at most maxBlockBits bits can be read with this reader. A full
+    // buffer (64 bits, which only a caller's own writes to the record leave) is left to
+    // BitReader, so that the window always has room for a refill.
     static bool Fits(const ZfpState& s, int64_t maxBlockBits) {
-        return RoomBytes(s.pCur, s.pEnd) >= (maxBlockBits + 7) / 8 + kSlackBytes;
+        return s.bitCount < 64 && RoomBytes(s.pCur, s.pEnd) >= (maxBlockBits + 7) / 8 + kSlackBytes;
     }
 
     explicit WindowReader(const ZfpState& s)
         : first_(s.bitBuffer),
-          firstCount_(s.bitCount < 0 ? 0 : s.bitCount > 64 ? 64 : s.bitCount),
+          firstCount_(s.bitCount < 0 ? 0 : s.bitCount),
           start_(s.pCur),
           next_(s.pCur),
-          window_(LowBits(first_, firstCount_)),
+          window_(ShortLowBits(first_, firstCount_)),
           avail_(firstCount_) {}
 
     void Save(ZfpState& s) const {
@@ -320,6 +337,40 @@ public:
         return ReadGroupRun(*this, n, bits);
     }
 
+    // As BitReader::GetGroups. A plane that turns no coefficient or one significant, the
+    // common case, resolves without a branch on the data: its test bit, the run behind it
+    // and the next test bit come from one window, and only a second new coefficient, a long
+    // run or the budget's end loop or leave for the general path.
+    [[nodiscard]] bool GetGroups(int& n, int64_t& bits, uint64_t& x) {
+        // Two test bits, a run and its 1 bit fit in the 56 bits a refill guarantees.
+        constexpr int kFastRun = kMaxRead - 3;
+        while (n < 64 && bits > 0) {
+            Refill();
+            const uint64_t w = window_;
+            const uint64_t g1 = w & 1;
+            const int t = std::countr_zero((w >> 1) | uint64_t{1} << kFastRun);
+            const int limit = 63 - n < bits - 1 ? 63 - n : static_cast<int>(bits - 1);
+            if (g1 != 0 && !(t < limit && t < kFastRun && t + 2 < bits)) {
+                bool found;
+                if (!GetGroup(n, bits, found)) return false;
+                if (!found) return true;
+                x |= uint64_t{1} << n;
+                ++n;
+                continue;
+            }
+            // g1 = 0: the plane ends after its 1 bit. g1 = 1: coefficient n + t turns
+            // significant after t + 2 bits, and a 0 as the next test bit g2 ends the plane.
+            const uint64_t g2 = (w >> (t + 2)) & 1;
+            const int consumed = g1 != 0 ? t + 2 + static_cast<int>(g2 ^ 1) : 1;
+            x |= g1 << ((n + t) & 63);
+            n += static_cast<int>(g1) * (t + 1);
+            bits -= consumed;
+            Drop(consumed);
+            if ((g1 & g2) == 0) return true;
+        }
+        return true;
+    }
+
     [[nodiscard]] bool Fill() {
         if (avail_ < kMaxRead) Refill();
         return true;
@@ -327,8 +378,9 @@ public:
     uint64_t Bits() const { return window_; }
     int Count() const { return avail_; }
 
+    // The window never holds 64 bits, so n < 64.
     void Drop(int n) {
-        window_ = n >= 64 ? 0 : window_ >> n;
+        window_ >>= n;
         avail_ -= n;
     }
 
@@ -351,12 +403,10 @@ private:
     // A refill tops the window up to at least 56 bits.
     static constexpr int kMaxRead = 56;
 
-    // Loads the next bytes above the valid bits; bits beyond whole bytes are loaded too and
-    // are the right ones, so the next refill's OR leaves them as they are. Cheap enough to
-    // run before every read, which spares a branch; a full window (64 bits, possible only
-    // before the first read) is left alone.
+    // Loads the next bytes above the valid bits (fewer than 64); bits beyond whole bytes are
+    // loaded too and are the right ones, so the next refill's OR leaves them as they are.
+    // Cheap enough to run before every read, which spares a branch.
     void Refill() {
-        if (avail_ == 64) return;
         window_ |= load_u64le(next_) << avail_;
         next_ += (63 - avail_) >> 3;
         avail_ |= 56;
@@ -364,7 +414,7 @@ private:
 
     void Take(int width, uint64_t& v) {
         Refill();
-        v = LowBits(window_, width);
+        v = ShortLowBits(window_, width);
         Drop(width);
     }
 

@@ -80,21 +80,23 @@ void InverseLines(__m128i& x0, __m128i& x1, __m128i& x2, __m128i& x3) {
     x0 = _mm_sub_epi32(_mm_add_epi32(x0, x0), x3);
 }
 
-// rows[y + 4z] holds x = 0..3: z and y lines run across rows, x lines inside them.
+// rows[y + 4z] holds x = 0..3: z and y lines run across rows, x lines inside them. After the
+// pass along z, the passes along y and x stay within one z plane, so a plane's four rows can
+// take both in registers.
+void InversePlane(__m128i& r0, __m128i& r1, __m128i& r2, __m128i& r3) {
+    InverseLines(r0, r1, r2, r3);
+    Transpose4x4(r0, r1, r2, r3);
+    InverseLines(r0, r1, r2, r3);
+    Transpose4x4(r0, r1, r2, r3);
+}
+
+void InverseAlongZ(__m128i* rows) {
+    for (int y = 0; y < 4; ++y) InverseLines(rows[y], rows[y + 4], rows[y + 8], rows[y + 12]);
+}
+
 void InverseTransform(__m128i* rows) {
-    for (int y = 0; y < 4; ++y) {
-        InverseLines(rows[y], rows[y + 4], rows[y + 8], rows[y + 12]);
-    }
-    for (int z = 0; z < 4; ++z) {
-        __m128i* r = rows + 4 * z;
-        InverseLines(r[0], r[1], r[2], r[3]);
-    }
-    for (int z = 0; z < 4; ++z) {
-        __m128i* r = rows + 4 * z;
-        Transpose4x4(r[0], r[1], r[2], r[3]);
-        InverseLines(r[0], r[1], r[2], r[3]);
-        Transpose4x4(r[0], r[1], r[2], r[3]);
-    }
+    InverseAlongZ(rows);
+    for (int z = 0; z < 4; ++z) InversePlane(rows[4 * z], rows[4 * z + 1], rows[4 * z + 2], rows[4 * z + 3]);
 }
 
 // ---- planes back to words --------------------------------------------------------------------
@@ -180,13 +182,7 @@ bool GetPlanes(Reader& in, uint64_t* planes, int kmin, int64_t& bits) {
         uint64_t x;
         if (!in.Get(m, x)) return false;
         bits -= m;
-        while (n < 64 && bits > 0) {
-            bool found;
-            if (!in.GetGroup(n, bits, found)) return false;
-            if (!found) break;
-            x |= uint64_t{1} << n;
-            ++n;
-        }
+        if (!in.GetGroups(n, bits, x)) return false;
         planes[k] = x;
     }
     // The planes not coded are zero.
@@ -284,11 +280,13 @@ void Reconstruct(const uint64_t* planes, uint32_t biased, float* dst, int32_t ro
     PlanesToCoded(planes, coded);
     __m128i rows[16];
     for (int i = 0; i < 16; ++i) rows[i] = GatherPermuted(coded, kInverseSequency, i);
-    InverseTransform(rows);
+    InverseAlongZ(rows);
     const __m128 scale = _mm_set1_ps(ScaleFor(biased));
     for (int z = 0; z < 4; ++z) {
+        __m128i r[4] = {rows[4 * z], rows[4 * z + 1], rows[4 * z + 2], rows[4 * z + 3]};
+        InversePlane(r[0], r[1], r[2], r[3]);
         for (int y = 0; y < 4; ++y) {
-            const __m128 v = _mm_mul_ps(_mm_cvtepi32_ps(rows[y + 4 * z]), scale);
+            const __m128 v = _mm_mul_ps(_mm_cvtepi32_ps(r[y]), scale);
             std::memcpy(RowAt(dst, rowStep, planeStep, y, z), &v, sizeof v);
         }
     }
