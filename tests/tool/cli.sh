@@ -2,9 +2,9 @@
 # cli.sh - the zyrdc program seen from outside: checksums against check values and python3
 # references, exit codes and one-line errors, the version line, bench runs, LZ4 frames
 # against the lz4 tool in both directions, and bwt round trips with the bzip2 program as the
-# oracle of the block CRC.
-# usage: cli.sh ZYRDC PYTHON VERSION GROUP   (GROUP: sum | errors | info | bench | lz4 | bwt;
-# PYTHON may be empty, which skips the reference checksums)
+# oracle of the block CRC, and ZFP volumes against the zfp tool in both directions.
+# usage: cli.sh ZYRDC PYTHON VERSION GROUP   (GROUP: sum | errors | info | bench | lz4 | bwt |
+# zfp; PYTHON may be empty, which skips the reference checksums and the ZFP checks)
 set -u
 ZYRDC=$1 PY=$2 VERSION=$3 GROUP=$4
 T=$(mktemp -d) && trap 'rm -rf "$T"' EXIT
@@ -232,6 +232,113 @@ bwt)
   expect_error 2 bwt "$T/one"
   expect_error 2 bwt "$T/one" -
   expect_error 1 bwt "$T/missing" "$T/dec"
+  ;;
+zfp)
+  [ -n "$PY" ] || { echo "python3 not given: the ZFP volumes cannot be made, skipped"; exit 0; }
+  ZFP=$(command -v zfp || true)
+  [ -n "$ZFP" ] || echo "the zfp tool is not installed: the checks against it are skipped"
+  # Volumes: smooth data (whole blocks and partial edge blocks), noisy data with wide
+  # exponents, one value, and a row of five.
+  "$PY" - "$T" <<'PY' || fail "python3 could not write the volumes"
+import math, random, struct, sys
+rng = random.Random(5)
+def write(name, nx, ny, nz, f):
+    v = [f(x, y, z) for z in range(nz) for y in range(ny) for x in range(nx)]
+    open(sys.argv[1] + "/" + name, "wb").write(struct.pack("<%df" % len(v), *v))
+write("smooth", 16, 12, 8, lambda x, y, z: math.sin(x / 5) * math.cos(y / 7) + z / 20)
+write("edges", 37, 22, 13, lambda x, y, z: math.sin(x / 5) * math.cos(y / 7) + z / 20)
+write("noisy", 9, 8, 7, lambda x, y, z: rng.uniform(-1, 1) * 2.0 ** rng.randint(-40, 40))
+write("one", 1, 1, 1, lambda x, y, z: 3.5)
+write("row", 5, 1, 1, lambda x, y, z: x - 2.0)
+PY
+  # maxerr A B: the largest absolute difference of two float files of equal size.
+  maxerr() {
+    "$PY" -c 'import struct, sys
+a, b = (open(p, "rb").read() for p in sys.argv[1:3])
+assert len(a) == len(b), "sizes %d and %d" % (len(a), len(b))
+n = len(a) // 4
+print(max([abs(x - y) for x, y in zip(struct.unpack("<%df" % n, a), struct.unpack("<%df" % n, b))] or [0]))' "$1" "$2"
+  }
+  while read -r name dims; do
+    for mode in "-r 8" "-r 0.05" "-r 40" "-p 16" "-p 64" "-a 1e-3" "-a 1e300"; do
+      what="$name $mode"
+      # shellcheck disable=SC2086
+      "$ZYRDC" zfp $mode --dims $dims "$T/$name" "$T/ours.zfp" -f || { fail "$what: compress"; continue; }
+      "$ZYRDC" zfp -d -f "$T/ours.zfp" "$T/ours.raw" || { fail "$what: decompress"; continue; }
+      [ "$(wc -c <"$T/ours.raw")" -eq "$(wc -c <"$T/$name")" ] || fail "$what: size of the output"
+      if [ -n "$ZFP" ]; then
+        # Theirs reads ours, ours reads theirs, and each stream decodes alike on both sides.
+        "$ZFP" -q -h -z "$T/ours.zfp" -o "$T/theirs.raw" && cmp -s "$T/ours.raw" "$T/theirs.raw" ||
+          fail "$what: zfp -h decodes our stream otherwise"
+        # shellcheck disable=SC2086
+        "$ZFP" -q -f -3 $dims $mode -h -i "$T/$name" -z "$T/theirs.zfp" || fail "$what: zfp"
+        "$ZYRDC" zfp -d -f "$T/theirs.zfp" "$T/a.raw" && "$ZFP" -q -h -z "$T/theirs.zfp" -o "$T/b.raw" &&
+          cmp -s "$T/a.raw" "$T/b.raw" || fail "$what: we decode zfp's stream otherwise"
+      fi
+    done
+  done <<'TABLE'
+smooth 16 12 8
+edges 37 22 13
+noisy 9 8 7
+one 1 1 1
+row 5 1 1
+TABLE
+  # Fixed rate 8: the 12-byte header and 512 bits a block, ended on a 64-bit word.
+  "$ZYRDC" zfp -r 8 --dims 16 12 8 "$T/smooth" "$T/r8.zfp" || fail "rate 8"
+  [ "$(wc -c <"$T/r8.zfp")" -eq $(((12 * 8 + 24 * 512 + 63) / 64 * 8)) ] || fail "rate 8: stream size"
+  # Accuracy 1e-3 on smooth data keeps within the tolerance; --stats reports it.
+  "$ZYRDC" zfp -a 1e-3 --dims 37 22 13 --stats "$T/edges" "$T/acc.zfp" 2>"$T/stats" || fail "accuracy"
+  grep -Eq '^ratio [0-9.]+ \(42328 -> [0-9]+ bytes\), max error [0-9.e-]+$' "$T/stats" ||
+    fail "--stats printed: $(cat "$T/stats")"
+  err=none
+  "$ZYRDC" zfp -d "$T/acc.zfp" "$T/acc.raw" && err=$(maxerr "$T/edges" "$T/acc.raw") &&
+    "$PY" -c "import sys; sys.exit(not $err <= 1e-3)" || fail "accuracy 1e-3: error $err"
+  # Standard input and output give the files' bytes.
+  "$ZYRDC" zfp -r 16 --dims 37 22 13 - - <"$T/edges" | "$ZYRDC" zfp -d - - >"$T/pipe.raw" &&
+    "$ZYRDC" zfp -r 16 --dims 37 22 13 "$T/edges" "$T/e.zfp" && "$ZYRDC" zfp -d "$T/e.zfp" "$T/e.raw" &&
+    cmp -s "$T/pipe.raw" "$T/e.raw" || fail "through standard input and output"
+  # Refusals: one 'zyrdc: ' line, the exit code, and no output file.
+  head -c 100 "$T/r8.zfp" >"$T/cut.zfp"
+  head -c 7 "$T/r8.zfp" >"$T/cut7.zfp"
+  printf 'zfq\005aaaaaaaaaaaaaaaa' >"$T/magic.zfp"
+  printf 'zfp\004aaaaaaaaaaaaaaaa' >"$T/codec.zfp"
+  if [ -n "$ZFP" ]; then
+    "$ZFP" -q -f -2 16 96 -r 8 -h -i "$T/smooth" -z "$T/2d.zfp"
+    "$ZFP" -q -d -3 8 4 4 -r 8 -h -i "$T/smooth" -z "$T/double.zfp"
+    "$ZFP" -q -f -3 16 12 8 -R -h -i "$T/smooth" -z "$T/lossless.zfp"
+  fi
+  while read -r code args; do
+    rm -f "$T/res"
+    eval "expect_error $code zfp $args"
+    [ ! -e "$T/res" ] || fail "zfp $args left $T/res"
+  done <<'TABLE'
+1 -r 8 --dims 16 12 7 "$T/smooth" "$T/res"
+1 -d "$T/cut.zfp" "$T/res"
+1 -d "$T/cut7.zfp" "$T/res"
+1 -d "$T/magic.zfp" "$T/res"
+1 -d "$T/codec.zfp" "$T/res"
+1 -d "$T/smooth" "$T/res"
+1 -d "$T/missing" "$T/res"
+1 -r 8 --dims 16 12 8 "$T/smooth" "$T/r8.zfp"
+2 --dims 16 12 8 "$T/smooth" "$T/res"
+2 -r 8 -a 1 --dims 16 12 8 "$T/smooth" "$T/res"
+2 -r 8 "$T/smooth" "$T/res"
+2 -r 8 --dims 16 12 "$T/smooth" "$T/res"
+2 -r 8 --dims 16 0 8 "$T/smooth" "$T/res"
+2 -r 8 --dims 16 12 65537 "$T/smooth" "$T/res"
+2 -r 0 --dims 16 12 8 "$T/smooth" "$T/res"
+2 -r 65 --dims 16 12 8 "$T/smooth" "$T/res"
+2 -p 2.5 --dims 16 12 8 "$T/smooth" "$T/res"
+2 -a -1 --dims 16 12 8 "$T/smooth" "$T/res"
+2 -d -r 8 "$T/r8.zfp" "$T/res"
+2 -d "$T/r8.zfp"
+TABLE
+  for bad in 2d double lossless; do
+    [ -e "$T/$bad.zfp" ] || continue
+    expect_error 1 zfp -d "$T/$bad.zfp" "$T/res"
+    [ ! -e "$T/res" ] || fail "zfp -d $bad.zfp left an output"
+  done
+  "$ZYRDC" zfp -r 8 --dims 16 12 8 -f "$T/smooth" "$T/r8.zfp" || fail "-f does not overwrite"
   ;;
 *) fail "unknown group $GROUP" ;;
 esac

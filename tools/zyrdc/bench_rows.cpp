@@ -2,11 +2,14 @@
 #include "bench_rows.hpp"
 
 #include <algorithm>
+#include <cmath>
+#include <cstring>
 #include <memory>
 
 #include "bwt_blocks.hpp"
 #include "checksums.hpp"
 #include "common.hpp"
+#include "zfp_volume.hpp"
 
 namespace zyrdc::tool {
 
@@ -141,6 +144,92 @@ std::string VerifyBwt(std::span<const std::uint8_t> input) {
     return at == input.size() ? std::string() : "the blocks cover " + std::to_string(at) + " bytes";
 }
 
+// ZFP codes float volumes, so its rows run on a smooth field made to the input's size:
+// 64 x 64 planes of floats, as many whole layers of 4 planes as the input's bytes fill (at
+// least one layer).
+constexpr std::uint32_t kFieldSide = 64;
+
+ZfpDims FieldDims(std::size_t bytes) {
+    const std::size_t layer = std::size_t{kFieldSide} * kFieldSide * 4 * sizeof(float);
+    const std::size_t layers = std::max<std::size_t>(1, bytes / layer);
+    return {kFieldSide, kFieldSide, static_cast<std::uint32_t>(4 * layers)};
+}
+
+std::vector<std::uint8_t> SmoothField(std::span<const std::uint8_t> input) {
+    const ZfpDims d = FieldDims(input.size());
+    std::vector<float> values(static_cast<std::size_t>(d.Values()));
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        const double x = static_cast<double>(i % d.nx), y = static_cast<double>(i / d.nx % d.ny),
+                     z = static_cast<double>(i / (std::size_t{d.nx} * d.ny));
+        values[i] = static_cast<float>(std::sin(x / 9) * std::cos(y / 13) + 0.5 * std::sin(z / 7 + x / 17));
+    }
+    std::vector<std::uint8_t> bytes(values.size() * sizeof(float));
+    std::memcpy(bytes.data(), values.data(), bytes.size());
+    return bytes;
+}
+
+// A field's floats and its stream, made once per field and reused by every timed pass.
+struct ZfpCase {
+    const std::uint8_t* key = nullptr;
+    ZfpDims dims{};
+    std::vector<float> values;
+    std::vector<std::uint8_t> packed;
+
+    void Prepare(std::span<const std::uint8_t> field, const ZfpParams& params) {
+        if (key == field.data() && values.size() * sizeof(float) == field.size()) return;
+        key = field.data();
+        dims = FieldDims(field.size());
+        values.resize(field.size() / sizeof(float));
+        std::memcpy(values.data(), field.data(), values.size() * sizeof(float));
+        packed = ZfpCompress(values, dims, params);
+    }
+};
+
+// At 16 bits per value the field comes back within 1e-4 (its values are below 1.5), in a
+// stream of exactly the 12-byte header and 1024 bits per block.
+std::string VerifyZfp(const ZfpCase& c) {
+    const std::size_t blocks = std::size_t{c.dims.nx / 4} * (c.dims.ny / 4) * (c.dims.nz / 4);
+    const std::size_t want = (12 * 8 + blocks * 1024 + 63) / 64 * 8;
+    if (c.packed.size() != want) {
+        return "stream of " + std::to_string(c.packed.size()) + " bytes, not " + std::to_string(want);
+    }
+    const ZfpVolume back = ZfpDecompress(c.packed);
+    double error = 0.0;
+    for (std::size_t i = 0; i < c.values.size(); ++i) {
+        error = std::max(error, std::fabs(static_cast<double>(c.values[i]) - back.values[i]));
+    }
+    if (!(error <= 1e-4)) {
+        return "largest error " + std::to_string(error) + " after a round trip";
+    }
+    return {};
+}
+
+void AddZfpRows(std::vector<BenchRow>& rows) {
+    const ZfpParams params = ZfpRateParams(16);
+    auto encode = std::make_shared<ZfpCase>(), decode = std::make_shared<ZfpCase>();
+    rows.push_back({"zfp-r16",
+                    [encode, params](std::span<const std::uint8_t> field) {
+                        encode->Prepare(field, params);
+                        return ZfpCompress(encode->values, encode->dims, params).size();
+                    },
+                    [encode, params](std::span<const std::uint8_t> field) {
+                        encode->Prepare(field, params);
+                        return VerifyZfp(*encode);
+                    },
+                    SmoothField});
+    rows.push_back({"zfp-r16-decode",
+                    [decode, params](std::span<const std::uint8_t> field) {
+                        decode->Prepare(field, params);
+                        ZfpDecompress(decode->packed);
+                        return decode->packed.size();
+                    },
+                    [decode, params](std::span<const std::uint8_t> field) {
+                        decode->Prepare(field, params);
+                        return VerifyZfp(*decode);
+                    },
+                    SmoothField});
+}
+
 }  // namespace
 
 std::vector<BenchRow> BenchRows() {
@@ -173,6 +262,7 @@ std::vector<BenchRow> BenchRows() {
                         return 2 * symbols;
                     },
                     VerifyBwt});
+    AddZfpRows(rows);
     return rows;
 }
 

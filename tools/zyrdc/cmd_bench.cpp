@@ -186,21 +186,25 @@ int RunBench(const Command& self, std::span<char* const> args) {
     int failures = 0, done = 0;
     const int total = static_cast<int>(rows.size() * inputs.size());
     for (const Input& in : inputs) {
-        const double size = static_cast<double>(in.bytes.size());
         for (const BenchRow& row : rows) {
+            // A row may run on data made from the input instead (see BenchRow::input).
+            const std::vector<std::uint8_t> made = row.input ? row.input(in.bytes) : std::vector<std::uint8_t>();
+            const std::span<const std::uint8_t> data =
+                row.input ? std::span<const std::uint8_t>(made) : std::span<const std::uint8_t>(in.bytes);
+            const double size = static_cast<double>(data.size());
             char status[160];
             std::snprintf(status, sizeof status, "[%d/%d] %s on %s ...", ++done, total,
                           row.name.c_str(), in.label.c_str());
             progress.Show(status);
             const char* check = "-";
             if (row.verify) {
-                const std::string problem = row.verify(in.bytes);
+                const std::string problem = row.verify(data);
                 check = problem.empty() ? "ok" : "FAILED";
                 if (!problem.empty() && failures++ == 0) {
                     first_failure = row.name + " on " + in.label + ": " + problem;
                 }
             }
-            const Timing t = Measure(row, in.bytes, min_seconds);
+            const Timing t = Measure(row, data, min_seconds);
             char speed[32] = "-", ratio[32] = "";
             if (size > 0) {
                 std::snprintf(speed, sizeof speed, "%.1f", size / t.best_seconds / 1e6);
@@ -210,7 +214,7 @@ int RunBench(const Command& self, std::span<char* const> args) {
                 std::snprintf(ratio, sizeof ratio, "%.3f", size / output);
             }
             progress.Clear();
-            table.Print(row.name, in.label, std::to_string(in.bytes.size()), speed, ratio, check);
+            table.Print(row.name, in.label, std::to_string(data.size()), speed, ratio, check);
         }
     }
     if (failures != 0) {

@@ -25,5 +25,6 @@ int RunSum(const Command& self, std::span<char* const> args);
 int RunBench(const Command& self, std::span<char* const> args);
 int RunLz4(const Command& self, std::span<char* const> args);
 int RunBwt(const Command& self, std::span<char* const> args);
+int RunZfp(const Command& self, std::span<char* const> args);
 
 }  // namespace zyrdc::tool

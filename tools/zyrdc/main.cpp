@@ -47,6 +47,22 @@ constexpr Command kCommands[] = {
      "container keeps each block's primary index, in-use table, bzip2 block CRC and\n"
      "symbols (see README). On the way back every block's CRC is checked. IN may be '-'.\n",
      RunBwt},
+    {"zfp", "(-r RATE | -p PRECISION | -a TOLERANCE) --dims NX NY NZ [--stats] [-f] IN OUT\n"
+            "       zyrdc zfp -d [--stats] [-f] IN OUT",
+     "compress a float32 volume with ZFP, or decompress one (-d)",
+     "  -r, --rate RATE           fixed rate: bits per value, above 0, at most 64\n"
+     "  -p, --precision PLANES    fixed precision: bit planes per block, 1 to 64\n"
+     "  -a, --accuracy TOLERANCE  fixed accuracy: largest absolute error aimed at\n"
+     "      --dims NX NY NZ       the volume's size, x varying fastest (1 to 65536 each)\n"
+     "  -d, --decompress          decompress; mode and size come from the stream's header\n"
+     "      --stats               print the ratio (and, compressing, the largest error)\n"
+     "                            on standard error\n"
+     "  -f, --force               overwrite OUT if it exists\n"
+     "IN holds raw little-endian 32-bit floats (compressing) or a stream (decompressing);\n"
+     "'-' is standard input or output. Streams carry the header of the zfp tool, so\n"
+     "'zfp -h' reads them and 'zyrdc zfp -d' reads what 'zfp -h' writes for 3-D floats in\n"
+     "the rate, precision and accuracy modes.\n",
+     RunZfp},
     {"version", "", "print the library name, version and build date (also --version)", "",
      RunVersion},
 };
