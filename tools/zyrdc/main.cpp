@@ -30,6 +30,14 @@ constexpr Command kCommands[] = {
      "repeatedly; the best pass gives MB/s (10^6 input bytes per second). Without files\n"
      "the input is a fixed 1 MiB mix of text, byte runs and random bytes.\n",
      RunBench},
+    {"gzip", "[-l LEVEL] [-f] IN OUT",
+     "compress a file to gzip format with the library's Deflate primitives",
+     "  -l, --level LEVEL  matcher level 0..29 (default 6): the last digit sets the\n"
+     "                     effort (0 fastest, 9 most), the tens pick a variant\n"
+     "  -f, --force        overwrite OUT if it exists\n"
+     "IN may be '-' for standard input and OUT '-' for standard output. The output is\n"
+     "written to a temporary file next to OUT and renamed when complete.\n",
+     RunGzip},
     {"version", "", "print the library name, version and build date (also --version)", "",
      RunVersion},
 };
