@@ -1,0 +1,208 @@
+// Inflate table building: the documented validation cases and check order, exact entries of
+// a small single-level code, every symbol of random complete codes found again by a table
+// walker in both layouts, and peer-produced streams decoded through the tables.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "deflate_support.hpp"
+#include "deflate_writer.hpp"
+#include "inflate_reader.hpp"
+#include "support.hpp"
+#include "zyrdc.h"
+
+namespace {
+
+constexpr uint32_t kUntouched = 0xDDDDDDDDu;
+
+std::vector<uint16_t> Lens(std::initializer_list<std::pair<uint32_t, uint16_t>> runs) {
+    std::vector<uint16_t> v;
+    for (const auto& [count, len] : runs) v.insert(v.end(), count, len);
+    return v;
+}
+
+TEST(InflateTable, ValidationAndCheckOrder) {
+    const auto fixedLit = Lens({{144, 8}, {112, 9}, {24, 7}, {8, 8}});
+    auto withDist = [&](std::vector<uint16_t> dist) {
+        auto v = fixedLit;
+        v.insert(v.end(), dist.begin(), dist.end());
+        return v;
+    };
+    auto eobOnly = Lens({{256, 0}, {1, 1}});
+    auto chain12 = Lens({{1, 1}, {1, 2}, {1, 3}, {1, 4}, {1, 5}, {1, 6}, {1, 7}, {1, 8}, {1, 9}, {1, 10}, {1, 11}, {245, 0}, {1, 12}, {1, 12}});
+    struct Row {
+        const char* what;
+        std::vector<uint16_t> lens;
+        uint32_t nLit, nDist;
+        ZyrStatus want;
+        uint32_t kind;  // header word 2 afterwards
+    } rows[] = {
+        {"fixed literal/length code", fixedLit, 288, 0, StatusOk, 2},
+        {"fixed distance code is incomplete", withDist(Lens({{30, 5}})), 288, 30, StatusBadHuffmanCode, kUntouched},
+        {"289 lengths", Lens({{289, 9}}), 289, 0, StatusBadSize, kUntouched},
+        {"31 distance lengths", withDist(Lens({{31, 5}})), 288, 31, StatusBadSize, kUntouched},
+        {"no literal/length code", Lens({{288, 0}}), 288, 0, StatusBadHuffmanCode, kUntouched},
+        {"one code of length 1", eobOnly, 257, 0, StatusOk, 2},
+        {"one code of length 2", Lens({{256, 0}, {1, 2}}), 257, 0, StatusBadHuffmanCode, kUntouched},
+        {"three codes of length 1", Lens({{255, 0}, {3, 1}}), 258, 0, StatusBadHuffmanCode, kUntouched},
+        {"over-subscribed distances", withDist(Lens({{3, 1}})), 288, 3, StatusBadHuffmanCode, kUntouched},
+        {"no distance codes", withDist(Lens({{30, 0}})), 288, 30, StatusOk, 2},
+        {"one distance code of length 1", withDist(Lens({{7, 0}, {1, 1}})), 288, 8, StatusOk, 2},
+        {"one distance code of length 5", withDist(Lens({{1, 5}})), 288, 1, StatusBadHuffmanCode, kUntouched},
+        {"no end of block, single level", Lens({{256, 8}}), 256, 0, StatusBadHuffmanCode, 2},
+        {"end of block of length 0", Lens({{256, 8}, {1, 0}}), 257, 0, StatusBadHuffmanCode, 2},
+        {"a 12-bit code", chain12, 258, 0, StatusOk, 1},
+        {"no end of block, two levels", Lens({{243, 0}, {1, 1}, {1, 2}, {1, 3}, {1, 4}, {1, 5}, {1, 6}, {1, 7}, {1, 8}, {1, 9}, {1, 10}, {1, 11}, {2, 12}}), 256, 0, StatusOk, 1},
+        {"a 13-bit distance code", withDist(Lens({{1, 1}, {1, 2}, {1, 3}, {1, 4}, {1, 5}, {1, 6}, {1, 7}, {1, 8}, {1, 9}, {1, 10}, {1, 11}, {1, 12}, {2, 13}})), 288, 14, StatusOk, 1},
+        {"a length above 15", Lens({{256, 8}, {1, 16}}), 257, 0, StatusBadHuffmanCode, kUntouched},
+    };
+    for (const Row& r : rows) {
+        InflateHuffTable t;
+        std::fill(std::begin(t.header), std::end(t.header), kUntouched);
+        EXPECT_EQ(zyrsInflateBuildHuffTable(r.lens.data(), r.nLit, r.nDist, &t), r.want) << r.what;
+        EXPECT_EQ(t.header[2], r.kind) << r.what;
+        for (int w : {0, 1, 3, 4, 5, 6, 7}) EXPECT_EQ(t.header[w], kUntouched) << r.what << " word " << w;
+    }
+    InflateHuffTable t;
+    EXPECT_EQ(zyrsInflateBuildHuffTable(nullptr, 289, 0, &t), StatusNullPointer);
+    EXPECT_EQ(zyrsInflateBuildHuffTable(fixedLit.data(), 289, 31, nullptr), StatusNullPointer);
+}
+
+uint16_t U16(const InflateHuffTable& t, size_t byteOffset) {
+    uint16_t v;
+    std::memcpy(&v, reinterpret_cast<const uint8_t*>(&t) + byteOffset, 2);
+    return v;
+}
+
+// 'A' 1 bit (code 0), end of block 2 bits (10), 265 and 285 3 bits (110, 111); distances 0 and
+// 29 one bit each. Indexes are the codes read least significant bit first.
+TEST(InflateTable, SingleLevelEntriesOfASmallCode) {
+    std::vector<uint16_t> lens(286 + 30, 0);
+    lens['A'] = 1;
+    lens[256] = 2;
+    lens[265] = 3;
+    lens[285] = 3;
+    lens[286 + 0] = 1;
+    lens[286 + 29] = 1;
+    InflateHuffTable t;
+    ASSERT_EQ(zyrsInflateBuildHuffTable(lens.data(), 286, 30, &t), StatusOk);
+    EXPECT_EQ(t.header[2], 2u);
+    EXPECT_EQ(t.header[8], 3u);
+    EXPECT_EQ(t.header[9], 1u);
+    const uint16_t want[8] = {0x4101, 0x00F2, 0x4101, 0x0893, 0x4101, 0x00F2, 0x4101, 0xFF83};
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(U16(t, 40 + 2 * i), want[i]) << i;
+    const size_t dist = 40 + (2u << 3);  // 2^(Lmax + 1) bytes on
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&t);
+    EXPECT_EQ(bytes[dist], 0x01);
+    EXPECT_EQ(bytes[dist + 1], 0xD1);  // 13 extra bits, 1-bit code
+    EXPECT_EQ(U16(t, dist + 1024), 1);
+    EXPECT_EQ(U16(t, dist + 1024 + 2), 24577);
+}
+
+// A table walker written from the documented layouts: the symbol and code length found for
+// the given stream bits (next bit in bit 0).
+std::pair<int, int> Walk(const InflateHuffTable& t, uint32_t bits, bool distance) {
+    static const uint16_t kDistBase[30] = {1, 2, 3, 4, 5, 7, 9, 13, 17, 25, 33, 49, 65, 97, 129,
+                                           193, 257, 385, 513, 769, 1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
+    static const uint8_t kLenBaseMinus3[29] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 10, 12, 14, 16, 20, 24, 28, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 255};
+    uint32_t e;
+    if (t.header[2] == 1) {
+        e = U16(t, 40 + 2 * ((distance ? 1024 : 0) + (bits & 1023)));
+        if ((e & 15) == 0) {
+            const uint32_t w = (e >> 4) & 7;
+            e = U16(t, 40 + 2 * (2048 + 4 * (e >> 7) + ((bits >> 10) & ((1u << w) - 1))));
+        }
+        if (distance) return {static_cast<int>(e >> 8), static_cast<int>(e & 15)};
+    } else if (distance) {
+        const size_t start = 40 + (2u << t.header[8]), index = bits & ((1u << t.header[9]) - 1);
+        const uint16_t base = U16(t, start + 1024 + 2 * index);
+        return {static_cast<int>(std::find(kDistBase, kDistBase + 30, base) - kDistBase),
+                reinterpret_cast<const uint8_t*>(&t)[start + index] & 15};
+    } else {
+        e = U16(t, 40 + 2 * (bits & ((1u << t.header[8]) - 1)));
+    }
+    const int n = static_cast<int>(e & 15), kind = static_cast<int>((e >> 4) & 15);
+    if (kind == 0) return {static_cast<int>(e >> 8), n};
+    if (kind == 15) return {256, n};
+    return {257 + static_cast<int>(std::find(kLenBaseMinus3, kLenBaseMinus3 + 29, e >> 8) - kLenBaseMinus3), n};
+}
+
+// Complete codes from random and skewed counts (the latter up to 15 bits): every symbol's code,
+// followed by random bits, walks to that symbol and its length, in whichever layout results.
+TEST(InflateTable, EverySymbolOfRandomCodesWalksBack) {
+    std::mt19937 rng(12);
+    int kinds[3] = {};
+    for (int round = 0; round < 60; ++round) {
+        std::vector<uint32_t> lit(286), dist(30);
+        for (size_t s = 0; s < 286; ++s) {
+            const uint32_t r = rng() % 1000;
+            lit[s] = round % 3 == 0 ? 1 + (r >> (s % 24)) : round % 3 == 1 ? 500 + r / 2 : (r % 3 ? r : 0);
+        }
+        for (size_t s = 0; s < 30; ++s) dist[s] = round % 2 ? 50 + rng() % 50 : 1u << (s % 20);
+        lit[256] = 1;
+        if (round % 5 == 4) std::fill(dist.begin(), dist.end(), 0);
+        std::vector<uint8_t> lens8(316);
+        zyrdc::tool::DeflateWriter::LimitedLengths(lit.data(), 286, 15, lens8.data());
+        zyrdc::tool::DeflateWriter::LimitedLengths(dist.data(), 30, 15, lens8.data() + 286);
+        const std::vector<uint16_t> lens(lens8.begin(), lens8.end());
+        InflateHuffTable t;
+        ASSERT_EQ(zyrsInflateBuildHuffTable(lens.data(), 286, 30, &t), StatusOk);
+        ++kinds[t.header[2]];
+        for (const bool distance : {false, true}) {
+            const std::vector<uint8_t> part(lens8.begin() + (distance ? 286 : 0), distance ? lens8.end() : lens8.begin() + 286);
+            const auto codes = zyrdc::test::CanonicalCodes(part);
+            for (size_t s = 0; s < part.size(); ++s) {
+                if (part[s] == 0) continue;
+                const uint32_t bits = codes[s].code | (static_cast<uint32_t>(rng()) << part[s]);
+                ASSERT_EQ(Walk(t, bits & 0x7FFF, distance), std::make_pair(static_cast<int>(s), static_cast<int>(part[s])))
+                    << (distance ? "distance " : "literal/length ") << s << ", round " << round;
+            }
+        }
+    }
+    EXPECT_GT(kinds[1], 0);
+    EXPECT_GT(kinds[2], 0);
+}
+
+// Streams from a peer's compressor, text-like and with skewed byte counts (long codes),
+// decode through the tables to the input; some blocks need the two-level layout.
+TEST(InflateTable, PeerStreamsDecodeThroughTheTables) {
+#if defined(ZYRDC_HAVE_ZLIB) || defined(ZYRDC_HAVE_LIBDEFLATE)
+    std::mt19937 rng(3);
+    std::vector<uint8_t> skewed(400000);
+    for (auto& b : skewed) {
+        int k = 0;
+        while (rng() % 100 < 45 && k < 60) ++k;
+        b = static_cast<uint8_t>(k * 4 + rng() % 2);
+    }
+    zyrdc::tool::InflateStats stats;
+    for (const auto& data : {zyrdc::test::VariedData(300000, 6), skewed}) {
+        for (int level : {1, 6, 9}) {
+            std::vector<uint8_t> stream(data.size() + data.size() / 10 + 1024);
+#if defined(ZYRDC_HAVE_ZLIB)
+            z_stream z{};
+            ASSERT_EQ(deflateInit2(&z, level, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY), Z_OK);
+            z.next_in = const_cast<Bytef*>(data.data());
+            z.avail_in = static_cast<uInt>(data.size());
+            z.next_out = stream.data();
+            z.avail_out = static_cast<uInt>(stream.size());
+            ASSERT_EQ(deflate(&z, Z_FINISH), Z_STREAM_END);
+            stream.resize(z.total_out);
+            deflateEnd(&z);
+#else
+            libdeflate_compressor* c = libdeflate_alloc_compressor(level);
+            stream.resize(libdeflate_deflate_compress(c, data.data(), data.size(), stream.data(), stream.size()));
+            libdeflate_free_compressor(c);
+#endif
+            ASSERT_EQ(zyrdc::tool::InflateRaw(stream, &stats), data) << level;
+        }
+    }
+    EXPECT_GT(stats.dynamicBlocks, 0u);
+    EXPECT_GT(stats.twoLevelBlocks, 0u);
+#else
+    GTEST_SKIP() << "neither zlib nor libdeflate is installed for this build";
+#endif
+}
+
+}  // namespace
