@@ -92,30 +92,36 @@ void HuffEncodeScalar(const uint8_t* lit, const uint16_t* dist, uint32_t n, BitS
 //  - symbol part, by literal byte (0..255) or by 256 + length byte: the code, followed for a
 //    length by its extra bits, and the total bit count;
 //  - distance part, by distance minus 1 below 256 (fully joined, like the lengths), by
-//    256 + ((distance - 1) >> 7) above (code, with the extra bits to add per entry), and one
-//    empty entry (512) that literals use.
-// Entries are then taken in batches: SSE2 computes both table indexes for 8 entries at a time,
-// each entry becomes one value of up to 48 bits, and the values are packed with 8-byte stores.
+//    256 + ((distance - 1) >> 7) above (the code, with the extra bits added per entry), and
+//    one empty entry (512) that literals use.
+// Every distance code from 4 on starts on a multiple of 2^extra, so its extra bits are the
+// low bits of distance - 1 itself: a mask, no base to subtract.
 //
-// The 8-byte stores also write bytes that are not complete yet. Those are rewritten by later
-// stores, as long as at least 64 more bits follow within the same batch; the last entries of
-// each batch are therefore packed byte by byte, so that nothing is ever written past the
-// final index, exactly as the entry-by-entry coder leaves the destination.
+// SSE2 computes both table indexes for 8 entries at a time; each entry then becomes one value
+// of up to 48 bits, packed with 8-byte stores. Such a store also writes bytes that are not
+// complete yet; later stores rewrite them as long as at least 64 more bits follow. The entries
+// at the end of the call that have fewer bits after them are packed byte by byte, so nothing is
+// ever written past the final index, exactly as the entry-by-entry coder leaves the
+// destination.
 
 namespace {
 
 struct DistPart {
     uint32_t val;     // code (joined with its extra bits when emask is 0)
-    uint8_t len;      // total bits, extra bits included
-    uint8_t clen;     // code bits, where the per-entry extra bits go
     uint16_t emask;   // extra-bit mask when they are added per entry, else 0
-    uint16_t base;    // distance minus 1 of the code's first distance
+    uint8_t clen;     // code bits, where the per-entry extra bits go
+    uint8_t len;      // total bits, extra bits included
 };
 
 constexpr uint32_t kDistCoarse = 256, kDistNone = 512;
-constexpr uint32_t kBatch = 512;
-static_assert(kBatch % 8 == 0);
-constexpr uint32_t kSafeTailBits = 64;  // bits that must follow an 8-byte store in its batch
+constexpr uint32_t kSafeTailBits = 64;  // bits that must follow an 8-byte store
+
+static_assert([] {
+    for (const CodeRange& r : kDistanceCodes) {
+        if (r.base % (1u << r.extra) != 0) return false;
+    }
+    return true;
+}(), "extra bits of a distance are its low bits");
 
 struct CombinedTables {
     uint32_t sym[512];               // value | bit count << 24
@@ -134,75 +140,59 @@ struct CombinedTables {
         for (uint32_t i = 0; i < kDistNone; ++i) {
             const uint32_t dc = kDistanceCodeOf[i];
             const HuffCodeEntry& e = distCodes[dc];
-            const uint32_t extra = kDistanceCodes[dc].extra, base = kDistanceCodes[dc].base;
+            const uint32_t extra = kDistanceCodes[dc].extra, mask = (1u << extra) - 1;
             DistPart& p = dist[i];
             p.len = static_cast<uint8_t>(CodeLen(e) + extra);
             if (i < kDistCoarse) {  // the whole distance is known: join the extra bits now
-                p.val = e.code | (((i - base) & ((1u << extra) - 1)) << CodeLen(e));
-                p.clen = 0;
+                p.val = e.code | ((i & mask) << CodeLen(e));
                 p.emask = 0;
-                p.base = 0;
+                p.clen = 0;
             } else {
                 p.val = e.code;
+                p.emask = static_cast<uint16_t>(mask);
                 p.clen = static_cast<uint8_t>(CodeLen(e));
-                p.emask = static_cast<uint16_t>((1u << extra) - 1);
-                p.base = static_cast<uint16_t>(base);
             }
         }
-        dist[kDistNone] = {0, 0, 0, 0, 0};
+        dist[kDistNone] = {0, 0, 0, 0};
     }
 
-    void Code(uint32_t symIndex, uint32_t distIndex, uint32_t dm1, uint64_t& val, uint8_t& len) const {
+    // One entry's bits: the symbol part, then the distance part.
+    uint64_t Code(uint32_t symIndex, uint32_t distIndex, uint32_t dm1, uint32_t& len) const {
         const uint32_t s = sym[symIndex];
         const DistPart& d = dist[distIndex];
-        const uint32_t dv = d.val | (((dm1 - d.base) & d.emask) << d.clen);
-        val = (s & 0xFFFFFF) | (uint64_t{dv} << (s >> 24));
-        len = static_cast<uint8_t>((s >> 24) + d.len);
+        len = (s >> 24) + d.len;
+        return (s & 0xFFFFFF) | uint64_t{d.val | ((dm1 & d.emask) << d.clen)} << (s >> 24);
+    }
+    uint64_t Code(uint8_t literal, uint16_t distance, uint32_t& len) const {
+        const uint32_t dm1 = (distance - 1u) & 0xFFFF;
+        const uint32_t distIndex = distance == 0 ? kDistNone : dm1 < 256 ? dm1 : kDistCoarse + ((dm1 >> 7) & 0xFF);
+        return Code(literal | (distance != 0 ? 256u : 0u), distIndex, dm1, len);
     }
 };
 
-inline uint32_t DistIndexOf(uint32_t d) {
-    if (d == 0) return kDistNone;
-    const uint32_t dm1 = d - 1;
-    return dm1 < 256 ? dm1 : kDistCoarse + ((dm1 >> 7) & 0xFF);
-}
-
-// Values and bit counts of count (<= kBatch) entries.
-void ComputeBatch(const CombinedTables& t, const uint8_t* lit, const uint16_t* dist, uint32_t count,
-                  uint64_t* val, uint8_t* len) {
+// 8 entries' table indexes and distances minus 1, at once.
+inline void Indexes8(const uint8_t* lit, const uint16_t* dist, uint16_t* symIdx, uint16_t* distIdx, uint16_t* dm1) {
     const __m128i zero = _mm_setzero_si128();
-    const __m128i one = _mm_set1_epi16(1), lengthRow = _mm_set1_epi16(256);
-    const __m128i coarse = _mm_set1_epi16(kDistCoarse), none = _mm_set1_epi16(kDistNone);
-    const __m128i lowByte = _mm_set1_epi16(0xFF);
-    alignas(16) uint16_t symIdx[8], distIdx[8], dm1[8];
-    uint32_t i = 0;
-    for (; i + 8 <= count; i += 8) {
-        const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dist + i));
-        const __m128i b = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(lit + i)), zero);
-        const __m128i isLit = _mm_cmpeq_epi16(d, zero);
-        const __m128i m1 = _mm_sub_epi16(d, one);
-        const __m128i small = _mm_cmpeq_epi16(_mm_srli_epi16(m1, 8), zero);
-        const __m128i far = _mm_add_epi16(_mm_and_si128(_mm_srli_epi16(m1, 7), lowByte), coarse);
-        const __m128i match = _mm_or_si128(_mm_and_si128(small, m1), _mm_andnot_si128(small, far));
-        _mm_store_si128(reinterpret_cast<__m128i*>(symIdx), _mm_or_si128(b, _mm_andnot_si128(isLit, lengthRow)));
-        _mm_store_si128(reinterpret_cast<__m128i*>(distIdx),
-                        _mm_or_si128(_mm_and_si128(isLit, none), _mm_andnot_si128(isLit, match)));
-        _mm_store_si128(reinterpret_cast<__m128i*>(dm1), m1);
-        for (uint32_t k = 0; k < 8; ++k) {
-            t.Code(symIdx[k], distIdx[k], dm1[k], val[i + k], len[i + k]);
-        }
-    }
-    for (; i < count; ++i) {
-        const uint32_t d = dist[i];
-        t.Code(lit[i] | (d != 0 ? 256u : 0u), DistIndexOf(d), (d - 1) & 0xFFFF, val[i], len[i]);
-    }
+    const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dist));
+    const __m128i b = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(lit)), zero);
+    const __m128i isLit = _mm_cmpeq_epi16(d, zero);
+    const __m128i m1 = _mm_sub_epi16(d, _mm_set1_epi16(1));
+    const __m128i small = _mm_cmpeq_epi16(_mm_srli_epi16(m1, 8), zero);
+    const __m128i far = _mm_add_epi16(_mm_and_si128(_mm_srli_epi16(m1, 7), _mm_set1_epi16(0xFF)),
+                                      _mm_set1_epi16(kDistCoarse));
+    const __m128i match = _mm_or_si128(_mm_and_si128(small, m1), _mm_andnot_si128(small, far));
+    _mm_store_si128(reinterpret_cast<__m128i*>(symIdx),
+                    _mm_or_si128(b, _mm_andnot_si128(isLit, _mm_set1_epi16(256))));
+    _mm_store_si128(reinterpret_cast<__m128i*>(distIdx),
+                    _mm_or_si128(_mm_and_si128(isLit, _mm_set1_epi16(kDistNone)), _mm_andnot_si128(isLit, match)));
+    _mm_store_si128(reinterpret_cast<__m128i*>(dm1), m1);
 }
 
 }  // namespace
 
 void HuffEncodeVector(const uint8_t* lit, const uint16_t* dist, uint32_t n, BitState& state,
                       const HuffCodeEntry* litCodes, const HuffCodeEntry* distCodes, uint8_t* dst) {
-    const CombinedTables tables(litCodes, distCodes);
+    const CombinedTables t(litCodes, distCodes);
     uint64_t acc = state.bits;
     uint32_t nb = std::min<uint32_t>(state.count, 32);
     uint32_t idx = state.index;
@@ -211,29 +201,46 @@ void HuffEncodeVector(const uint8_t* lit, const uint16_t* dist, uint32_t n, BitS
         dst[idx++] = static_cast<uint8_t>(acc);
         acc >>= 8;
     }
-    alignas(16) uint64_t val[kBatch];
-    uint8_t len[kBatch];
-    for (uint32_t at = 0; at < n; at += kBatch) {
-        const uint32_t count = std::min(kBatch, n - at);
-        ComputeBatch(tables, lit + at, dist + at, count, val, len);
-        // Entries [0, fast) are followed by at least kSafeTailBits within the batch.
-        uint32_t fast = count, tail = 0;
-        while (fast > 0 && tail < kSafeTailBits) tail += len[--fast];
-        for (uint32_t j = 0; j < fast; ++j) {
-            acc |= val[j] << nb;  // nb <= 7 and val < 2^48
-            nb += len[j];
+    // Entries [0, fast) are followed by at least kSafeTailBits.
+    uint32_t fast = n, tail = 0;
+    while (fast > 0 && tail < kSafeTailBits) {
+        uint32_t len;
+        --fast;
+        t.Code(lit[fast], dist[fast], len);
+        tail += len;
+    }
+    alignas(16) uint16_t symIdx[8], distIdx[8], dm1[8];
+    uint32_t i = 0;
+    for (; i + 8 <= fast; i += 8) {
+        Indexes8(lit + i, dist + i, symIdx, distIdx, dm1);
+        for (uint32_t k = 0; k < 8; ++k) {
+            uint32_t len;
+            acc |= t.Code(symIdx[k], distIdx[k], dm1[k], len) << nb;  // nb <= 7, value < 2^48
+            nb += len;
             store_u64le(dst + idx, acc);
             const uint32_t whole = nb >> 3;
             idx += whole;
             acc >>= whole * 8;
             nb &= 7;
         }
-        for (uint32_t j = fast; j < count; ++j) {
-            acc |= val[j] << nb;
-            for (nb += len[j]; nb >= 8; nb -= 8) {
-                dst[idx++] = static_cast<uint8_t>(acc);
-                acc >>= 8;
-            }
+    }
+    for (; i < n; ++i) {
+        uint32_t len;
+        const uint64_t v = t.Code(lit[i], dist[i], len);
+        if (i < fast) {
+            acc |= v << nb;
+            nb += len;
+            store_u64le(dst + idx, acc);
+            const uint32_t whole = nb >> 3;
+            idx += whole;
+            acc >>= whole * 8;
+            nb &= 7;
+            continue;
+        }
+        acc |= v << nb;
+        for (nb += len; nb >= 8; nb -= 8) {
+            dst[idx++] = static_cast<uint8_t>(acc);
+            acc >>= 8;
         }
     }
     state = {static_cast<uint32_t>(acc), nb, idx};

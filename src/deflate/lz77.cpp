@@ -109,12 +109,19 @@ private:
     }
 
     // Hashes position p into head and chain; returns the previous head of its hash.
-    int32_t Insert(int32_t p) {
-        const uint32_t h = TabulationHash(Cur(p), hmask_);
+    int32_t Insert(int32_t p) { return InsertHashed(p, TabulationHash(Cur(p), hmask_)); }
+    int32_t InsertHashed(int32_t p, uint32_t h) {
         const int32_t cand = head_[h];
         prev_[static_cast<uint32_t>(p) & wmask_] = cand;
         head_[h] = p;
         return cand;
+    }
+    // The hash of the next position, its head entry requested ahead of need: positions are
+    // mostly visited in order, and the table load is what a search waits for first.
+    uint32_t HashAhead(const uint8_t* next) const {
+        const uint32_t h = TabulationHash(next, hmask_);
+        __builtin_prefetch(head_ + h);
+        return h;
     }
     bool Hashable(int32_t q) const { return q <= end_ - 4; }
 
@@ -223,9 +230,12 @@ MatchResult Matcher<kSplit>::Greedy() {
     // The unchecked region, then (flush 2) the capped one while 4 bytes are left to hash.
     for (int pass = 0; pass < (flushAll_ ? 2 : 1); ++pass) {
         const int32_t stop = pass == 0 ? end_ - kChainedLookahead : end_ - 3;
+        uint32_t h = p < stop ? TabulationHash(Cur(p), hmask_) : 0;
         while (p < stop && n_ < cap_) {
             const uint8_t* cur = Cur(p);
-            const int32_t cand = Insert(p);
+            const int32_t cand = InsertHashed(p, h);
+            // Below the stop of the first pass, the next position can always be hashed.
+            h = pass == 0 ? HashAhead(cur + 1) : 0;
             const int maxLen = pass == 0 ? kMaxMatch : std::min(kMaxMatch, end_ - p);
             int32_t matchPos = 0;
             const int best = Search<true>(p, cur, cand, kMinMatch, maxLen, prm_.maxChain, matchPos);
@@ -235,9 +245,11 @@ MatchResult Matcher<kSplit>::Greedy() {
                     InsertInsideGreedy(p, best, p - matchPos);
                 }
                 p += best;
+                if (p < stop) h = TabulationHash(Cur(p), hmask_);
             } else {
                 EmitLiteral(*cur);
                 ++p;
+                if (pass != 0 && p < stop) h = TabulationHash(Cur(p), hmask_);
             }
         }
     }
@@ -349,23 +361,21 @@ MatchResult Matcher<kSplit>::Lazy() {
     return Result(p);
 }
 
-template <bool kSplit>
-MatchResult Run(const MatchCall& call, MatchResult (Matcher<kSplit>::*run)()) {
-    Matcher<kSplit> m(call);
-    return (m.*run)();
-}
-
 }  // namespace
 
+// Each matcher object lives in one function, with every method inlined, so that its fields
+// stay in registers: stores through the table and output pointers cannot reach them.
 MatchResult MatchGreedy(const MatchCall& c) {
-    return c.window == c.src ? Run<false>(c, &Matcher<false>::Greedy) : Run<true>(c, &Matcher<true>::Greedy);
+    if (c.window == c.src) return Matcher<false>(c).Greedy();
+    return Matcher<true>(c).Greedy();
 }
 MatchResult MatchSingleProbe(const MatchCall& c) {
-    return c.window == c.src ? Run<false>(c, &Matcher<false>::SingleProbe)
-                             : Run<true>(c, &Matcher<true>::SingleProbe);
+    if (c.window == c.src) return Matcher<false>(c).SingleProbe();
+    return Matcher<true>(c).SingleProbe();
 }
 MatchResult MatchLazy(const MatchCall& c) {
-    return c.window == c.src ? Run<false>(c, &Matcher<false>::Lazy) : Run<true>(c, &Matcher<true>::Lazy);
+    if (c.window == c.src) return Matcher<false>(c).Lazy();
+    return Matcher<true>(c).Lazy();
 }
 
 // ---- rebasing --------------------------------------------------------------------------

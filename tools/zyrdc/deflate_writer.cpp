@@ -135,16 +135,42 @@ int RunLengthCode(const uint8_t* lens, int n, CodeLenRun* out) {
     return count;
 }
 
-// Bits to code symbols with these counts by a code fitted to them: sum of c log2(N / c).
-double EntropyBits(const uint32_t* counts, int n) {
-    double total = 0, sum = 0;
-    for (int s = 0; s < n; ++s) {
-        if (counts[s] == 0) continue;
-        const double c = counts[s];
-        total += c;
-        sum += c * std::log2(c);
+// c log2 c, from a table for the counts a sub-block can hold.
+struct CountLog {
+    float table[kSubBlockEntries + 1];
+    CountLog() {
+        table[0] = 0;
+        for (int c = 1; c <= kSubBlockEntries; ++c) table[c] = static_cast<float>(c * std::log2(c));
     }
-    return total > 0 ? total * std::log2(total) - sum : 0;
+    double operator()(uint32_t c) const {
+        return c <= static_cast<uint32_t>(kSubBlockEntries) ? table[c] : c * std::log2(static_cast<double>(c));
+    }
+};
+const CountLog& CLogC() {
+    static const CountLog table;
+    return table;
+}
+
+// Bits to code, by codes fitted to each, the block so far (a), the next sub-block (b), and
+// the two together: N log2 N - sum of c log2 c over each alphabet.
+struct SplitCosts {
+    double apart = 0, together = 0;
+};
+void AddEntropy(const uint32_t* a, const uint32_t* b, int n, SplitCosts& cost) {
+    const CountLog& clogc = CLogC();
+    uint64_t na = 0, nb = 0;
+    double sa = 0, sb = 0, sab = 0;
+    for (int s = 0; s < n; ++s) {
+        if ((a[s] | b[s]) == 0) continue;
+        na += a[s];
+        nb += b[s];
+        sa += clogc(a[s]);
+        sb += clogc(b[s]);
+        sab += clogc(a[s] + b[s]);
+    }
+    auto nlogn = [](uint64_t v) { return v ? static_cast<double>(v) * std::log2(static_cast<double>(v)) : 0.0; };
+    cost.apart += nlogn(na) - sa + nlogn(nb) - sb;
+    cost.together += nlogn(na + nb) - sab;
 }
 
 // Rough size of a dynamic block header: the code-length code and about four bits for each
@@ -188,43 +214,50 @@ void DeflateWriter::LimitedLengths(const uint32_t* counts, int n, int maxBits, u
         uint64_t weight;
         int symbol;  // -1 for a package
     };
+    constexpr int kMaxSymbols = 288, kMaxItems = 2 * kMaxSymbols;
+    if (n > kMaxSymbols || maxBits > kMaxBits) throw std::runtime_error("LimitedLengths: too many symbols or bits");
     std::fill(lens, lens + n, uint8_t{0});
-    std::vector<Item> leaves;
+    Item leaves[kMaxSymbols];
+    int m = 0;
     for (int s = 0; s < n; ++s) {
-        if (counts[s] != 0) leaves.push_back({counts[s], s});
+        if (counts[s] != 0) leaves[m++] = {counts[s], s};
     }
-    std::sort(leaves.begin(), leaves.end(), [](const Item& a, const Item& b) {
+    std::sort(leaves, leaves + m, [](const Item& a, const Item& b) {
         return a.weight != b.weight ? a.weight < b.weight : a.symbol < b.symbol;
     });
-    const size_t m = leaves.size();
     if (m <= 1) {
         if (m == 1) lens[leaves[0].symbol] = 1;
         return;
     }
-    const size_t keep = 2 * m - 2;
-    std::vector<std::vector<Item>> lists(static_cast<size_t>(maxBits));
-    lists.back() = leaves;
+    const int keep = 2 * m - 2;
+    // lists[0] is the top list, lists[maxBits - 1] the leaves alone.
+    static thread_local Item lists[kMaxBits][kMaxItems];
+    int sizes[kMaxBits];
+    std::copy(leaves, leaves + m, lists[maxBits - 1]);
+    sizes[maxBits - 1] = m;
     for (int level = maxBits - 2; level >= 0; --level) {
-        const std::vector<Item>& below = lists[static_cast<size_t>(level) + 1];
-        std::vector<Item>& list = lists[static_cast<size_t>(level)];
-        size_t leaf = 0, pair = 0;
-        while (list.size() < keep && (leaf < m || pair + 1 < below.size())) {
-            const bool havePackage = pair + 1 < below.size();
+        const Item* below = lists[level + 1];
+        const int belowSize = sizes[level + 1];
+        Item* list = lists[level];
+        int size = 0, leaf = 0, pair = 0;
+        while (size < keep && (leaf < m || pair + 1 < belowSize)) {
+            const bool havePackage = pair + 1 < belowSize;
             const uint64_t packageWeight = havePackage ? below[pair].weight + below[pair + 1].weight : 0;
             if (leaf < m && (!havePackage || leaves[leaf].weight <= packageWeight)) {
-                list.push_back(leaves[leaf++]);
+                list[size++] = leaves[leaf++];
             } else {
-                list.push_back({packageWeight, -1});
+                list[size++] = {packageWeight, -1};
                 pair += 2;
             }
         }
+        sizes[level] = size;
     }
-    size_t take = keep;
-    for (const std::vector<Item>& list : lists) {
-        size_t packages = 0;
-        for (size_t i = 0; i < take && i < list.size(); ++i) {
-            if (list[i].symbol >= 0) {
-                ++lens[list[i].symbol];
+    int take = keep;
+    for (int level = 0; level < maxBits; ++level) {
+        int packages = 0;
+        for (int i = 0; i < take && i < sizes[level]; ++i) {
+            if (lists[level][i].symbol >= 0) {
+                ++lens[lists[level][i].symbol];
             } else {
                 ++packages;
             }
@@ -301,10 +334,10 @@ void DeflateWriter::CloseSubBlock() {
     }
     bool split = entries_ + subEntries_ > kMaxBlockEntries;
     if (entries_ > 0 && !split) {
-        const double apart = EntropyBits(blockLit_.data(), kNumLitLen) + EntropyBits(blockDist_.data(), kNumDist) +
-                             EntropyBits(subLit, kNumLitLen) + EntropyBits(subDist, kNumDist) +
-                             HeaderBits(subLit, subDist);
-        split = apart < EntropyBits(allLit, kNumLitLen) + EntropyBits(allDist, kNumDist);
+        SplitCosts cost;
+        AddEntropy(blockLit_.data(), subLit, kNumLitLen, cost);
+        AddEntropy(blockDist_.data(), subDist, kNumDist, cost);
+        split = cost.apart + HeaderBits(subLit, subDist) < cost.together;
     }
     if (entries_ > 0 && split) {
         const int32_t from = entries_;
