@@ -319,10 +319,17 @@ MatchResult Matcher<kSplit>::Lazy() {
     };
     for (int pass = 0; pass < (flushAll_ ? 2 : 1); ++pass) {
         const int32_t stop = pass == 0 ? end_ - kChainedLookahead : end_;
+        uint32_t h = pass == 0 && p < stop ? TabulationHash(Cur(p), hmask_) : 0;
         while (p < stop && n_ < cap_ - 1) {
             const uint8_t* cur = Cur(p);
             const bool hashable = Hashable(p);
-            const int32_t cand = hashable ? Insert(p) : kNoPosition;
+            int32_t cand = kNoPosition;
+            if (pass == 0) {  // below the first stop, this position and the next can be hashed
+                cand = InsertHashed(p, h);
+                h = HashAhead(cur + 1);
+            } else if (hashable) {
+                cand = Insert(p);
+            }
             int curLen = prevLen;
             int32_t curDist = 0;
             if (prevLen < prm_.maxInsertLength) {
@@ -342,6 +349,7 @@ MatchResult Matcher<kSplit>::Lazy() {
                 } else {
                     p = emitHeldMatch(p + 1) - 1;  // on to the match's last position
                     curLen = 0;
+                    if (pass == 0 && p + 1 < stop) h = TabulationHash(Cur(p + 1), hmask_);
                 }
             }
             prevByte = cur[0];
