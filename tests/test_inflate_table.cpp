@@ -15,6 +15,8 @@
 
 namespace {
 
+using zyrdc::test::U16;
+using zyrdc::test::Walk;
 constexpr uint32_t kUntouched = 0xDDDDDDDDu;
 
 std::vector<uint16_t> Lens(std::initializer_list<std::pair<uint32_t, uint16_t>> runs) {
@@ -70,12 +72,6 @@ TEST(InflateTable, ValidationAndCheckOrder) {
     EXPECT_EQ(zyrsInflateBuildHuffTable(fixedLit.data(), 289, 31, nullptr), StatusNullPointer);
 }
 
-uint16_t U16(const InflateHuffTable& t, size_t byteOffset) {
-    uint16_t v;
-    std::memcpy(&v, reinterpret_cast<const uint8_t*>(&t) + byteOffset, 2);
-    return v;
-}
-
 // 'A' 1 bit (code 0), end of block 2 bits (10), 265 and 285 3 bits (110, 111); distances 0 and
 // 29 one bit each. Indexes are the codes read least significant bit first.
 TEST(InflateTable, SingleLevelEntriesOfASmallCode) {
@@ -99,34 +95,6 @@ TEST(InflateTable, SingleLevelEntriesOfASmallCode) {
     EXPECT_EQ(bytes[dist + 1], 0xD1);  // 13 extra bits, 1-bit code
     EXPECT_EQ(U16(t, dist + 1024), 1);
     EXPECT_EQ(U16(t, dist + 1024 + 2), 24577);
-}
-
-// A table walker written from the documented layouts: the symbol and code length found for
-// the given stream bits (next bit in bit 0).
-std::pair<int, int> Walk(const InflateHuffTable& t, uint32_t bits, bool distance) {
-    static const uint16_t kDistBase[30] = {1, 2, 3, 4, 5, 7, 9, 13, 17, 25, 33, 49, 65, 97, 129,
-                                           193, 257, 385, 513, 769, 1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
-    static const uint8_t kLenBaseMinus3[29] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 10, 12, 14, 16, 20, 24, 28, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 255};
-    uint32_t e;
-    if (t.header[2] == 1) {
-        e = U16(t, 40 + 2 * ((distance ? 1024 : 0) + (bits & 1023)));
-        if ((e & 15) == 0) {
-            const uint32_t w = (e >> 4) & 7;
-            e = U16(t, 40 + 2 * (2048 + 4 * (e >> 7) + ((bits >> 10) & ((1u << w) - 1))));
-        }
-        if (distance) return {static_cast<int>(e >> 8), static_cast<int>(e & 15)};
-    } else if (distance) {
-        const size_t start = 40 + (2u << t.header[8]), index = bits & ((1u << t.header[9]) - 1);
-        const uint16_t base = U16(t, start + 1024 + 2 * index);
-        return {static_cast<int>(std::find(kDistBase, kDistBase + 30, base) - kDistBase),
-                reinterpret_cast<const uint8_t*>(&t)[start + index] & 15};
-    } else {
-        e = U16(t, 40 + 2 * (bits & ((1u << t.header[8]) - 1)));
-    }
-    const int n = static_cast<int>(e & 15), kind = static_cast<int>((e >> 4) & 15);
-    if (kind == 0) return {static_cast<int>(e >> 8), n};
-    if (kind == 15) return {256, n};
-    return {257 + static_cast<int>(std::find(kLenBaseMinus3, kLenBaseMinus3 + 29, e >> 8) - kLenBaseMinus3), n};
 }
 
 // Complete codes from random and skewed counts (the latter up to 15 bits): every symbol's code,
