@@ -127,12 +127,12 @@ TEST(DeflateWriter, SameBytesInEveryBuild) {
     struct Row {
         uint32_t level, lit, dist, gzip;
     } rows[] = {
-        {0, 0x393EB821u, 0x1E54EC2Fu, 0xD11D9A13u},
-        {1, 0x314F0CEDu, 0xAA390092u, 0xE3DEB80Cu},
-        {6, 0x2A6EF900u, 0x76DE59FAu, 0x9E6E4F7Au},
-        {14, 0xDF8620D0u, 0x093C81CCu, 0xBD83EDAFu},
-        {19, 0x0D94D9DBu, 0xC062E539u, 0xF2D18378u},
-        {25, 0x7279EFC0u, 0xB831E229u, 0x038C157Bu},
+        {0, 0x393EB821u, 0x1E54EC2Fu, 0x73D56947u},
+        {1, 0x314F0CEDu, 0xAA390092u, 0x6FF2F709u},
+        {6, 0x2A6EF900u, 0x76DE59FAu, 0x9DE05290u},
+        {14, 0xDF8620D0u, 0x093C81CCu, 0xF15DB6F0u},
+        {19, 0x0D94D9DBu, 0xC062E539u, 0xBFC0A28Cu},
+        {25, 0x7279EFC0u, 0xB831E229u, 0x17C8CCA7u},
     };
     for (const Row& r : rows) {
         std::vector<uint8_t> lit(data.size());
