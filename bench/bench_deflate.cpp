@@ -179,17 +179,8 @@ void BM_Huff(benchmark::State& state, const std::vector<uint8_t>* data, uint32_t
 }
 
 bool RegisterAll() {
-    benchmark::AddCustomContext("zyrdc_build", sizeof(void*) == 8 ? "x86-64" : "i686");
-#if defined(ZYRDC_HAVE_ZLIB)
-    benchmark::AddCustomContext("zlib", ZLIB_VERSION);
-#else
-    benchmark::AddCustomContext("zlib", "not found for this build");
-#endif
-#if defined(ZYRDC_HAVE_LIBDEFLATE)
-    benchmark::AddCustomContext("libdeflate", LIBDEFLATE_VERSION_STRING);
-#else
-    benchmark::AddCustomContext("libdeflate", "not found for this build");
-#endif
+    // The build and peer versions are in the run's context already (bench_checksum.cpp adds
+    // them; adding a key twice only draws a warning).
     // The files stay loaded for the whole run; each registration points at one of them.
     static std::map<std::string, std::vector<uint8_t>> files;
     for (const char* name : kFiles) {

@@ -170,6 +170,18 @@ struct CombinedTables {
     }
 };
 
+// Adds one entry's bits with an 8-byte store: with nb <= 7 and the value below 2^48 they fit.
+__attribute__((always_inline)) inline void Pack(uint64_t v, uint32_t len, uint64_t& acc, uint32_t& nb, uint32_t& idx,
+                                                uint8_t* dst) {
+    acc |= v << nb;
+    nb += len;
+    store_u64le(dst + idx, acc);
+    const uint32_t whole = nb >> 3;
+    idx += whole;
+    acc >>= whole * 8;
+    nb &= 7;
+}
+
 // 8 entries' table indexes and distances minus 1, at once.
 inline void Indexes8(const uint8_t* lit, const uint16_t* dist, uint16_t* symIdx, uint16_t* distIdx, uint16_t* dm1) {
     const __m128i zero = _mm_setzero_si128();
@@ -215,26 +227,15 @@ void HuffEncodeVector(const uint8_t* lit, const uint16_t* dist, uint32_t n, BitS
         Indexes8(lit + i, dist + i, symIdx, distIdx, dm1);
         for (uint32_t k = 0; k < 8; ++k) {
             uint32_t len;
-            acc |= t.Code(symIdx[k], distIdx[k], dm1[k], len) << nb;  // nb <= 7, value < 2^48
-            nb += len;
-            store_u64le(dst + idx, acc);
-            const uint32_t whole = nb >> 3;
-            idx += whole;
-            acc >>= whole * 8;
-            nb &= 7;
+            const uint64_t v = t.Code(symIdx[k], distIdx[k], dm1[k], len);
+            Pack(v, len, acc, nb, idx, dst);
         }
     }
     for (; i < n; ++i) {
         uint32_t len;
         const uint64_t v = t.Code(lit[i], dist[i], len);
         if (i < fast) {
-            acc |= v << nb;
-            nb += len;
-            store_u64le(dst + idx, acc);
-            const uint32_t whole = nb >> 3;
-            idx += whole;
-            acc >>= whole * 8;
-            nb &= 7;
+            Pack(v, len, acc, nb, idx, dst);
             continue;
         }
         acc |= v << nb;
