@@ -179,6 +179,9 @@ int Matcher<kSplit>::Search(int32_t p, const uint8_t* cur, int32_t cand, int bes
     const int nice = std::min(prm_.niceLength, maxLen);
     bool cut = false;
     for (int examined = 0; examined < budget && InWindow(p, cand); ++examined) {
+        // The next link is read first, so that its load is under way while this candidate is
+        // compared (the comparison's branch is the one that mispredicts).
+        const int32_t next = prev_[static_cast<uint32_t>(cand) & wmask_];
         if (Load4(cand + best - 3) == load_u32le(cur + best - 3)) {
             const int len = MatchLength(cand, cur, maxLen);
             if (len > best) {
@@ -193,7 +196,7 @@ int Matcher<kSplit>::Search(int32_t p, const uint8_t* cur, int32_t cand, int bes
                 }
             }
         }
-        cand = prev_[static_cast<uint32_t>(cand) & wmask_];
+        cand = next;
     }
     return best;
 }
