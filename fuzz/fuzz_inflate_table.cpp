@@ -9,7 +9,9 @@
 // the top bit set, repeated for its low bits as a run, so that complete codes come up often.
 #include <cstddef>
 #include <cstdint>
+#include <algorithm>
 #include <cstring>
+#include <utility>
 #include <memory>
 #include <vector>
 
@@ -36,6 +38,32 @@ bool KraftAccepts(const uint16_t* lens, uint32_t n, bool emptyOk, int* longest) 
     }
     if (used == 0) return emptyOk;
     return sum == 1u << 15 || (used == 1 && *longest == 1);
+}
+
+// A table walker written from the documented layouts: the symbol and code length that the
+// tables give for the next stream bits (next bit in bit 0, at least 15 of them).
+std::pair<int, int> Walk(const InflateHuffTable& t, uint32_t bits, bool distance) {
+    uint32_t e;
+    if (t.header[2] == 1) {
+        e = zyrdc::test::U16(t, 40 + 2 * ((distance ? 1024 : 0) + (bits & 1023)));
+        if ((e & 15) == 0) {
+            const uint32_t w = (e >> 4) & 7;
+            e = zyrdc::test::U16(t, 40 + 2 * (2048 + 4 * (e >> 7) + ((bits >> 10) & ((1u << w) - 1))));
+        }
+        if (distance) return {static_cast<int>(e >> 8), static_cast<int>(e & 15)};
+    } else if (distance) {
+        const size_t start = 40 + (2u << t.header[8]), index = bits & ((1u << t.header[9]) - 1);
+        const uint16_t base = zyrdc::test::U16(t, start + 1024 + 2 * index);
+        return {static_cast<int>(std::find(zyrdc::test::kDistBase, zyrdc::test::kDistBase + 30, base) - zyrdc::test::kDistBase),
+                reinterpret_cast<const uint8_t*>(&t)[start + index] & 15};
+    } else {
+        e = zyrdc::test::U16(t, 40 + 2 * (bits & ((1u << t.header[8]) - 1)));
+    }
+    const int n = static_cast<int>(e & 15), kind = static_cast<int>((e >> 4) & 15);
+    if (kind == 0) return {static_cast<int>(e >> 8), n};
+    if (kind == 15) return {256, n};
+    const int length = static_cast<int>(e >> 8) + 3;
+    return {257 + static_cast<int>(std::find(zyrdc::test::kLengthBase, zyrdc::test::kLengthBase + 29, length) - zyrdc::test::kLengthBase), n};
 }
 
 }  // namespace
@@ -72,7 +100,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const auto codes = zyrdc::test::CanonicalCodes(part);
         for (size_t s = 0; s < part.size(); ++s) {
             if (part[s] == 0) continue;
-            const auto [symbol, bits] = zyrdc::test::Walk(*record, codes[s].code | (0x5555u << part[s] & 0x7FFF), distance);
+            const auto [symbol, bits] = Walk(*record, codes[s].code | (0x5555u << part[s] & 0x7FFF), distance);
             // Literal/length symbols 286 and 287 read as literal 0 by design.
             Check(bits == part[s] && (symbol == static_cast<int>(s) || (!distance && s >= 286 && symbol == 0)));
         }

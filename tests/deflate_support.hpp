@@ -4,9 +4,7 @@
 #pragma once
 
 #include <cstdint>
-#include <algorithm>
 #include <cstring>
-#include <utility>
 #include <random>
 #include <string>
 #include <vector>
@@ -112,32 +110,6 @@ inline uint16_t U16(const InflateHuffTable& t, size_t byteOffset) {
     uint16_t v;
     std::memcpy(&v, reinterpret_cast<const uint8_t*>(&t) + byteOffset, 2);
     return v;
-}
-
-// A table walker written from the documented layouts: the symbol and code length that the
-// tables give for the next stream bits (next bit in bit 0, at least 15 of them).
-inline std::pair<int, int> Walk(const InflateHuffTable& t, uint32_t bits, bool distance) {
-    uint32_t e;
-    if (t.header[2] == 1) {
-        e = U16(t, 40 + 2 * ((distance ? 1024 : 0) + (bits & 1023)));
-        if ((e & 15) == 0) {
-            const uint32_t w = (e >> 4) & 7;
-            e = U16(t, 40 + 2 * (2048 + 4 * (e >> 7) + ((bits >> 10) & ((1u << w) - 1))));
-        }
-        if (distance) return {static_cast<int>(e >> 8), static_cast<int>(e & 15)};
-    } else if (distance) {
-        const size_t start = 40 + (2u << t.header[8]), index = bits & ((1u << t.header[9]) - 1);
-        const uint16_t base = U16(t, start + 1024 + 2 * index);
-        return {static_cast<int>(std::find(kDistBase, kDistBase + 30, base) - kDistBase),
-                reinterpret_cast<const uint8_t*>(&t)[start + index] & 15};
-    } else {
-        e = U16(t, 40 + 2 * (bits & ((1u << t.header[8]) - 1)));
-    }
-    const int n = static_cast<int>(e & 15), kind = static_cast<int>((e >> 4) & 15);
-    if (kind == 0) return {static_cast<int>(e >> 8), n};
-    if (kind == 15) return {256, n};
-    const int length = static_cast<int>(e >> 8) + 3;
-    return {257 + static_cast<int>(std::find(kLengthBase, kLengthBase + 29, length) - kLengthBase), n};
 }
 
 inline bool HavePeerInflate() {

@@ -1,6 +1,7 @@
 // Inflate table building: the documented validation cases and check order, exact entries of
-// a small single-level code, every symbol of random complete codes found again by a table
-// walker in both layouts, and peer-produced streams decoded through the tables.
+// a small single-level code, and peer-produced streams decoded through the tables. (The fuzz
+// harness, replayed in every build, walks every symbol of each accepted code back through
+// both layouts.)
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -16,7 +17,6 @@
 namespace {
 
 using zyrdc::test::U16;
-using zyrdc::test::Walk;
 constexpr uint32_t kUntouched = 0xDDDDDDDDu;
 
 std::vector<uint16_t> Lens(std::initializer_list<std::pair<uint32_t, uint16_t>> runs) {
@@ -95,42 +95,6 @@ TEST(InflateTable, SingleLevelEntriesOfASmallCode) {
     EXPECT_EQ(bytes[dist + 1], 0xD1);  // 13 extra bits, 1-bit code
     EXPECT_EQ(U16(t, dist + 1024), 1);
     EXPECT_EQ(U16(t, dist + 1024 + 2), 24577);
-}
-
-// Complete codes from random and skewed counts (the latter up to 15 bits): every symbol's code,
-// followed by random bits, walks to that symbol and its length, in whichever layout results.
-TEST(InflateTable, EverySymbolOfRandomCodesWalksBack) {
-    std::mt19937 rng(12);
-    int kinds[3] = {};
-    for (int round = 0; round < 60; ++round) {
-        std::vector<uint32_t> lit(286), dist(30);
-        for (size_t s = 0; s < 286; ++s) {
-            const uint32_t r = rng() % 1000;
-            lit[s] = round % 3 == 0 ? 1 + (r >> (s % 24)) : round % 3 == 1 ? 500 + r / 2 : (r % 3 ? r : 0);
-        }
-        for (size_t s = 0; s < 30; ++s) dist[s] = round % 2 ? 50 + rng() % 50 : 1u << (s % 20);
-        lit[256] = 1;
-        if (round % 5 == 4) std::fill(dist.begin(), dist.end(), 0);
-        std::vector<uint8_t> lens8(316);
-        zyrdc::tool::DeflateWriter::LimitedLengths(lit.data(), 286, 15, lens8.data());
-        zyrdc::tool::DeflateWriter::LimitedLengths(dist.data(), 30, 15, lens8.data() + 286);
-        const std::vector<uint16_t> lens(lens8.begin(), lens8.end());
-        InflateHuffTable t;
-        ASSERT_EQ(zyrsInflateBuildHuffTable(lens.data(), 286, 30, &t), StatusOk);
-        ++kinds[t.header[2]];
-        for (const bool distance : {false, true}) {
-            const std::vector<uint8_t> part(lens8.begin() + (distance ? 286 : 0), distance ? lens8.end() : lens8.begin() + 286);
-            const auto codes = zyrdc::test::CanonicalCodes(part);
-            for (size_t s = 0; s < part.size(); ++s) {
-                if (part[s] == 0) continue;
-                const uint32_t bits = codes[s].code | (static_cast<uint32_t>(rng()) << part[s]);
-                ASSERT_EQ(Walk(t, bits & 0x7FFF, distance), std::make_pair(static_cast<int>(s), static_cast<int>(part[s])))
-                    << (distance ? "distance " : "literal/length ") << s << ", round " << round;
-            }
-        }
-    }
-    EXPECT_GT(kinds[1], 0);
-    EXPECT_GT(kinds[2], 0);
 }
 
 // Streams from a peer's compressor, text-like and with skewed byte counts (long codes),
