@@ -34,6 +34,13 @@ private:
     size_t size_ = 0, capacity_ = 0;
 };
 
+// Symbol count N and sum of c log2 c over one alphabet's counts, for the block-split estimate.
+struct EntropySums {
+    uint64_t n = 0;
+    double s = 0;
+    double Bits() const;  // N log2 N - sum of c log2 c
+};
+
 // Writes one raw Deflate stream. Give the input in pieces of any size with Write, then call
 // Finish once; compressed bytes collect in Output() as blocks complete, and the caller may
 // take and Clear them at any time. Library refusals (which valid use never meets) throw
@@ -74,6 +81,7 @@ private:
     int32_t entries_ = 0, subEntries_ = 0;
     std::array<uint32_t, 286> blockLit_{};
     std::array<uint32_t, 30> blockDist_{};
+    EntropySums blockSums_[2];      // literal/length and distance sums of the block so far
     std::array<HuffCodeEntry, 286> subLit_{};
     std::array<HuffCodeEntry, 30> subDist_{};
     uint64_t bits_ = 0;             // bits not yet in out_, first to send in bit 0
