@@ -125,7 +125,7 @@ private:
     }
     bool Hashable(int32_t q) const { return q <= end_ - 4; }
 
-    template <bool kGoodCutsBudget>
+    template <bool kGoodCutsBudget, bool kPrefetchFollowing>
     int Search(int32_t p, const uint8_t* cur, int32_t cand, int best, int maxLen, int budget,
                int32_t& matchPos) const;
     void InsertInsideGreedy(int32_t p, int len, int32_t dist);
@@ -165,12 +165,14 @@ private:
 };
 
 // Walks the chain from cand for a match longer than best (at most maxLen), examining at most
-// budget candidates. Each candidate is first tried with one 4-byte compare at offset best,
+// budget candidates. The lazy matcher searches the very next position too, whose chain mostly
+// runs one position behind each candidate of this one: with kPrefetchFollowing those chain
+// entries are requested on the way, so that the next walk finds them in the first-level cache. Each candidate is first tried with one 4-byte compare at offset best,
 // where a longer match must differ from the current best; ties keep the nearer candidate.
 // The greedy matcher cuts the budget to a quarter of maxChain the first time the best reaches
 // goodLength; both stop at niceLength.
 template <bool kSplit>
-template <bool kGoodCutsBudget>
+template <bool kGoodCutsBudget, bool kPrefetchFollowing>
 int Matcher<kSplit>::Search(int32_t p, const uint8_t* cur, int32_t cand, int best, int maxLen,
                             int budget, int32_t& matchPos) const {
     if (best >= maxLen) {
@@ -182,6 +184,7 @@ int Matcher<kSplit>::Search(int32_t p, const uint8_t* cur, int32_t cand, int bes
         // The next link is read first, so that its load is under way while this candidate is
         // compared (the comparison's branch is the one that mispredicts).
         const int32_t next = prev_[static_cast<uint32_t>(cand) & wmask_];
+        if (kPrefetchFollowing) __builtin_prefetch(prev_ + (static_cast<uint32_t>(cand + 1) & wmask_));
         if (Load4(cand + best - 3) == load_u32le(cur + best - 3)) {
             const int len = MatchLength(cand, cur, maxLen);
             if (len > best) {
@@ -241,7 +244,7 @@ MatchResult Matcher<kSplit>::Greedy() {
             h = pass == 0 ? HashAhead(cur + 1) : 0;
             const int maxLen = pass == 0 ? kMaxMatch : std::min(kMaxMatch, end_ - p);
             int32_t matchPos = 0;
-            const int best = Search<true>(p, cur, cand, kMinMatch, maxLen, prm_.maxChain, matchPos);
+            const int best = Search<true, false>(p, cur, cand, kMinMatch, maxLen, prm_.maxChain, matchPos);
             if (best > kMinMatch) {
                 EmitMatch(best, p - matchPos);
                 if (best <= prm_.maxInsertLength) {
@@ -342,7 +345,7 @@ MatchResult Matcher<kSplit>::Lazy() {
                     const int maxLen = pass == 0 ? kMaxMatch : std::min(kMaxMatch, end_ - p);
                     const int budget = prevLen < prm_.goodLength ? prm_.maxChain : prm_.maxChain >> 2;
                     int32_t matchPos = 0;
-                    curLen = Search<false>(p, cur, cand, start, maxLen, budget, matchPos);
+                    curLen = Search<false, true>(p, cur, cand, start, maxLen, budget, matchPos);
                     if (curLen > start) curDist = p - matchPos;
                 }
             }
