@@ -247,11 +247,13 @@ MatchResult Matcher<kSplit>::Greedy() {
             const int best = Search<true, false>(p, cur, cand, kMinMatch, maxLen, prm_.maxChain, matchPos);
             if (best > kMinMatch) {
                 EmitMatch(best, p - matchPos);
+                // The position after the match is hashed first, so that its head entry is on its
+                // way while the positions inside are inserted.
+                if (p + best < stop) h = HashAhead(Cur(p + best));
                 if (best <= prm_.maxInsertLength) {
                     InsertInsideGreedy(p, best, p - matchPos);
                 }
                 p += best;
-                if (p < stop) h = TabulationHash(Cur(p), hmask_);
             } else {
                 EmitLiteral(*cur);
                 ++p;
@@ -353,9 +355,11 @@ MatchResult Matcher<kSplit>::Lazy() {
                 if (prevLen < curLen || prevLen <= kMinMatch) {
                     EmitLiteral(prevByte);
                 } else {
+                    // As in the greedy loop, the position after the match is hashed first.
+                    const int32_t matchEnd = p - 1 + prevLen;
+                    if (pass == 0 && matchEnd < stop) h = HashAhead(Cur(matchEnd));
                     p = emitHeldMatch(p + 1) - 1;  // on to the match's last position
                     curLen = 0;
-                    if (pass == 0 && p + 1 < stop) h = TabulationHash(Cur(p + 1), hmask_);
                 }
             }
             prevByte = cur[0];
