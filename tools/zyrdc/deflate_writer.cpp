@@ -16,6 +16,7 @@ namespace {
 
 constexpr uint32_t kWindow = 32768;              // the format's largest window
 constexpr size_t kInputChunk = size_t{1} << 20;  // input held ahead of the window
+constexpr size_t kWindowBytes = kWindow + kInputChunk;
 // The matcher fills sub-blocks of this many entries (its 16-bit counts cannot wrap); each one
 // then joins the current block or starts a new one, whichever the cost estimate prefers.
 constexpr int32_t kSubBlockEntries = 1024;
@@ -157,19 +158,18 @@ const CountLog& CLogC() {
     return table;
 }
 
-// The sums of the next sub-block (b) alone and of the block so far (a) with it.
-void SumEntropy(const uint32_t* a, const uint32_t* b, int n, EntropySums& sub, EntropySums& both) {
+// The sums of the next sub-block (b) alone and of the block so far (a) with it. Only symbols
+// the sub-block uses change the block's sums, so the others are not visited.
+void SumEntropy(const uint32_t* a, const uint32_t* b, int n, const EntropySums& block, EntropySums& sub,
+                EntropySums& both) {
     const CountLog& clogc = CLogC();
+    both = block;
     for (int i = 0; i < n; ++i) {
-        if (b[i] == 0) {
-            both.n += a[i];
-            both.s += clogc(a[i]);
-            continue;
-        }
+        if (b[i] == 0) continue;
         sub.n += b[i];
         sub.s += clogc(b[i]);
-        both.n += a[i] + b[i];
-        both.s += clogc(a[i] + b[i]);
+        both.n += b[i];
+        both.s += clogc(a[i] + b[i]) - clogc(a[i]);
     }
 }
 
@@ -274,7 +274,7 @@ void DeflateWriter::LimitedLengths(const uint32_t* counts, int n, int maxBits, u
 DeflateWriter::DeflateWriter(uint32_t level)
     : level_(level),
       hashSize_(32768),
-      window_(kWindow + kInputChunk),
+      window_(new uint8_t[kWindow + kInputChunk]),  // not cleared: only written bytes are read
       head_(hashSize_, -32768),
       prev_(kWindow, -32768),
       lit_(kMaxBlockEntries + kSubBlockEntries),
@@ -284,12 +284,12 @@ DeflateWriter::DeflateWriter(uint32_t level)
 
 void DeflateWriter::Write(std::span<const uint8_t> input) {
     while (!input.empty()) {
-        if (fill_ == window_.size()) {
+        if (fill_ == kWindowBytes) {
             Match(false);
             MakeRoom();
         }
-        const size_t n = std::min(input.size(), window_.size() - fill_);
-        std::memcpy(window_.data() + fill_, input.data(), n);
+        const size_t n = std::min(input.size(), kWindowBytes - fill_);
+        std::memcpy(window_.get() + fill_, input.data(), n);
         fill_ += n;
         input = input.subspan(n);
     }
@@ -306,7 +306,7 @@ void DeflateWriter::Finish() {
 // matcher keeps its last bytes back for the next round.
 void DeflateWriter::Match(bool flushAll) {
     for (;;) {
-        const uint8_t* start = window_.data() + next_;
+        const uint8_t* start = window_.get() + next_;
         const uint8_t* src = start;
         int32_t len = static_cast<int32_t>(fill_ - next_);
         int32_t room = kSubBlockEntries - subEntries_;
@@ -337,8 +337,8 @@ void DeflateWriter::CloseSubBlock() {
     }
     bool split = entries_ + subEntries_ > kMaxBlockEntries;
     EntropySums sub[2], both[2];
-    SumEntropy(blockLit_.data(), subLit, kNumLitLen, sub[0], both[0]);
-    SumEntropy(blockDist_.data(), subDist, kNumDist, sub[1], both[1]);
+    SumEntropy(blockLit_.data(), subLit, kNumLitLen, blockSums_[0], sub[0], both[0]);
+    SumEntropy(blockDist_.data(), subDist, kNumDist, blockSums_[1], sub[1], both[1]);
     if (entries_ > 0 && !split) {
         const double apart = blockSums_[0].Bits() + blockSums_[1].Bits() + sub[0].Bits() + sub[1].Bits() +
                              HeaderBits(subLit, subDist);
@@ -371,7 +371,7 @@ void DeflateWriter::MakeRoom() {
     CloseSubBlock();
     if (entries_ > 0) EndBlock(false);
     const size_t keep = next_ > kWindow ? next_ - kWindow : 0;
-    std::memmove(window_.data(), window_.data() + keep, fill_ - keep);
+    std::memmove(window_.get(), window_.get() + keep, fill_ - keep);
     next_ -= keep;
     fill_ -= keep;
     blockStart_ = subStart_ = next_;
@@ -451,7 +451,7 @@ void DeflateWriter::EndBlock(bool last) {
     const uint64_t storedBits = storedBlocks * (3 + 7 + 32) + 8 * uint64_t{rawBytes};
 
     if (storedBits < std::min(dynamicBits, fixedBits)) {
-        const uint8_t* raw = window_.data() + blockStart_;
+        const uint8_t* raw = window_.get() + blockStart_;
         for (uint64_t b = 0; b < storedBlocks; ++b) {
             const uint32_t n = static_cast<uint32_t>(std::min<size_t>(kMaxStored, rawBytes - b * kMaxStored));
             PutBits(last && b + 1 == storedBlocks ? 1 : 0, 3);

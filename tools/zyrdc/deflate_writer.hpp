@@ -67,7 +67,7 @@ private:
 
     uint32_t level_;
     uint32_t hashSize_;
-    std::vector<uint8_t> window_;   // history, then input not yet matched
+    std::unique_ptr<uint8_t[]> window_;  // history, then input not yet matched
     size_t next_ = 0;               // first byte not yet matched
     size_t fill_ = 0;               // end of the input held
     size_t blockStart_ = 0;         // first byte of the current block
