@@ -125,8 +125,8 @@ Streams Match(const std::vector<uint8_t>& data, uint32_t level) {
     do {
         HuffCodeEntry lf[286] = {}, df[30] = {};
         int32_t room = 65535;
-        zyrsDeflateLZ77_8u(&src, &len, &idx, data.data() + idx, 32768, head.data(), prev.data(), 32768, lf, df,
-                           s.lit.data() + n, s.dist.data() + n, &room, level, 2);
+        zyrsDeflateLZ77_8u(&src, &len, &idx, data.data() + idx, 32768, head.data(), prev.data(), 32768, lf,
+                           df, s.lit.data() + n, s.dist.data() + n, &room, level, 2);
         n += static_cast<size_t>(65535 - room);
         for (int i = 0; i < 286; ++i) s.litCount[i] += lf[i].code;
         for (int i = 0; i < 30; ++i) s.distCount[i] += df[i].code;
@@ -155,8 +155,10 @@ void BM_Huff(benchmark::State& state, const std::vector<uint8_t>* data, uint32_t
     zyrdc::tool::DeflateWriter::LimitedLengths(s.litCount, 286, 15, litLens);
     zyrdc::tool::DeflateWriter::LimitedLengths(s.distCount, 30, 15, distLens);
     HuffCodeEntry litCodes[286], distCodes[30];
-    for (int i = 0; i < 286; ++i) litCodes[i] = {static_cast<uint16_t>(i & ((1 << litLens[i]) - 1)), litLens[i]};
-    for (int i = 0; i < 30; ++i) distCodes[i] = {static_cast<uint16_t>(i & ((1 << distLens[i]) - 1)), distLens[i]};
+    for (int i = 0; i < 286; ++i)
+        litCodes[i] = {static_cast<uint16_t>(i & ((1 << litLens[i]) - 1)), litLens[i]};
+    for (int i = 0; i < 30; ++i)
+        distCodes[i] = {static_cast<uint16_t>(i & ((1 << distLens[i]) - 1)), distLens[i]};
     std::vector<uint8_t> out(6 * s.lit.size() + 16);
     uint32_t index = 0;
     for (auto _ : state) {
@@ -165,8 +167,8 @@ void BM_Huff(benchmark::State& state, const std::vector<uint8_t>* data, uint32_t
         index = 0;
         for (size_t at = 0; at < s.lit.size(); at += callEntries) {
             const uint32_t n = static_cast<uint32_t>(std::min<size_t>(callEntries, s.lit.size() - at));
-            zyrsDeflateHuff_8u(s.lit.data() + at, s.dist.data() + at, n, &code, &bits, litCodes, distCodes, out.data(),
-                               &index);
+            zyrsDeflateHuff_8u(s.lit.data() + at, s.dist.data() + at, n, &code, &bits, litCodes, distCodes,
+                               out.data(), &index);
         }
         benchmark::DoNotOptimize(index);
     }
@@ -191,14 +193,17 @@ bool RegisterAll() {
         auto reg = [](const std::string& n, auto fn, auto... args) {
             benchmark::RegisterBenchmark(n.c_str(), fn, args...)->Unit(benchmark::kMillisecond);
         };
-        for (uint32_t level : {0u, 1u, 5u, 6u, 9u, 19u, 29u}) reg("deflate/zyrdc_L" + std::to_string(level) + file, BM_Writer, d, level);
+        for (uint32_t level : {0u, 1u, 5u, 6u, 9u, 19u, 29u})
+            reg("deflate/zyrdc_L" + std::to_string(level) + file, BM_Writer, d, level);
 #if defined(ZYRDC_HAVE_ZLIB)
         for (int level : {1, 6, 9}) reg("deflate/zlib_L" + std::to_string(level) + file, BM_Zlib, d, level);
 #endif
 #if defined(ZYRDC_HAVE_LIBDEFLATE)
-        for (int level : {1, 6, 9, 12}) reg("deflate/libdeflate_L" + std::to_string(level) + file, BM_Libdeflate, d, level);
+        for (int level : {1, 6, 9, 12})
+            reg("deflate/libdeflate_L" + std::to_string(level) + file, BM_Libdeflate, d, level);
 #endif
-        for (uint32_t level : {1u, 6u, 9u}) reg("lz77/zyrdc_L" + std::to_string(level) + file, BM_Matcher, d, level);
+        for (uint32_t level : {1u, 6u, 9u})
+            reg("lz77/zyrdc_L" + std::to_string(level) + file, BM_Matcher, d, level);
         reg("huff/zyrdc" + file, BM_Huff, d, 65536u);
         reg("huff/zyrdc_entrywise" + file, BM_Huff, d, 2047u);
     }

@@ -65,14 +65,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* input, size_t size) {
         HuffCodeEntry lf[286] = {}, df[30] = {};
         ZyrStatus status;
         if (kind == 0) {
-            status = zyrsDeflateLZ77_8u(&src, &srcLen, &srcIdx, window, winSize, head.data(), prev.data(), hashSize, lf,
-                                        df, lit.data(), dist.data(), &room, level, flush);
+            status = zyrsDeflateLZ77_8u(&src, &srcLen, &srcIdx, window, winSize, head.data(), prev.data(),
+                                        hashSize, lf, df, lit.data(), dist.data(), &room, level, flush);
         } else if (kind == 1) {
-            status = zyrsDeflateLZ77Fast_8u(&src, &srcLen, &srcIdx, window, winSize, head.data(), prev.data(), hashSize,
-                                            lf, df, lit.data(), dist.data(), &room, &params, flush);
+            status = zyrsDeflateLZ77Fast_8u(&src, &srcLen, &srcIdx, window, winSize, head.data(), prev.data(),
+                                            hashSize, lf, df, lit.data(), dist.data(), &room, &params, flush);
         } else {
-            status = zyrsDeflateLZ77Slow_8u(&src, &srcLen, &srcIdx, window, winSize, head.data(), prev.data(), hashSize,
-                                            lf, df, lit.data(), dist.data(), &room, &params, flush);
+            status = zyrsDeflateLZ77Slow_8u(&src, &srcLen, &srcIdx, window, winSize, head.data(), prev.data(),
+                                            hashSize, lf, df, lit.data(), dist.data(), &room, &params, flush);
         }
         Check(status == StatusOk);
         const size_t consumed = static_cast<size_t>(src - start);
@@ -93,7 +93,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* input, size_t size) {
         for (int s = 0; s < 30; ++s) Check(df[s].code == distCount[s]);
         Check(zyrdc::test::Expand(lit.data(), dist.data(), n, out));
         Check(out.size() == done + consumed &&
-              std::equal(out.begin() + static_cast<ptrdiff_t>(done), out.end(), data.begin() + static_cast<ptrdiff_t>(done)));
+              std::equal(out.begin() + static_cast<ptrdiff_t>(done), out.end(),
+                         data.begin() + static_cast<ptrdiff_t>(done)));
         done += consumed;
         if (last && flush >= 2 && n < static_cast<size_t>(capacity) - 1) Check(done == data.size());
     }

@@ -54,7 +54,8 @@ std::pair<int, int> Walk(const InflateHuffTable& t, uint32_t bits, bool distance
     } else if (distance) {
         const size_t start = 40 + (2u << t.header[8]), index = bits & ((1u << t.header[9]) - 1);
         const uint16_t base = zyrdc::test::U16(t, start + 1024 + 2 * index);
-        return {static_cast<int>(std::find(zyrdc::test::kDistBase, zyrdc::test::kDistBase + 30, base) - zyrdc::test::kDistBase),
+        return {static_cast<int>(std::find(zyrdc::test::kDistBase, zyrdc::test::kDistBase + 30, base) -
+                                 zyrdc::test::kDistBase),
                 reinterpret_cast<const uint8_t*>(&t)[start + index] & 15};
     } else {
         e = zyrdc::test::U16(t, 40 + 2 * (bits & ((1u << t.header[8]) - 1)));
@@ -63,7 +64,10 @@ std::pair<int, int> Walk(const InflateHuffTable& t, uint32_t bits, bool distance
     if (kind == 0) return {static_cast<int>(e >> 8), n};
     if (kind == 15) return {256, n};
     const int length = static_cast<int>(e >> 8) + 3;
-    return {257 + static_cast<int>(std::find(zyrdc::test::kLengthBase, zyrdc::test::kLengthBase + 29, length) - zyrdc::test::kLengthBase), n};
+    return {
+        257 + static_cast<int>(std::find(zyrdc::test::kLengthBase, zyrdc::test::kLengthBase + 29, length) -
+                               zyrdc::test::kLengthBase),
+        n};
 }
 
 }  // namespace
@@ -96,13 +100,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Check(record->header[2] == (single ? 2u : 1u));
 
     for (const bool distance : {false, true}) {
-        const std::vector<uint8_t> part(lens.begin() + (distance ? nLit : 0), lens.begin() + (distance ? nLit + nDist : nLit));
+        const std::vector<uint8_t> part(lens.begin() + (distance ? nLit : 0),
+                                        lens.begin() + (distance ? nLit + nDist : nLit));
         const auto codes = zyrdc::test::CanonicalCodes(part);
         for (size_t s = 0; s < part.size(); ++s) {
             if (part[s] == 0) continue;
-            const auto [symbol, bits] = Walk(*record, codes[s].code | (0x5555u << part[s] & 0x7FFF), distance);
+            const auto [symbol, bits] =
+                Walk(*record, codes[s].code | (0x5555u << part[s] & 0x7FFF), distance);
             // Literal/length symbols 286 and 287 read as literal 0 by design.
-            Check(bits == part[s] && (symbol == static_cast<int>(s) || (!distance && s >= 286 && symbol == 0)));
+            Check(bits == part[s] &&
+                  (symbol == static_cast<int>(s) || (!distance && s >= 286 && symbol == 0)));
         }
     }
     return 0;

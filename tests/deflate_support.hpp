@@ -54,8 +54,9 @@ inline std::vector<uint8_t> VariedData(size_t n, uint32_t seed) {
 // the first distance of each distance symbol.
 inline constexpr uint16_t kLengthBase[29] = {3,  4,  5,  6,  7,  8,  9,  10, 11,  13,  15,  17,  19,  23, 27,
                                              31, 35, 43, 51, 59, 67, 83, 99, 115, 131, 163, 195, 227, 258};
-inline constexpr uint16_t kDistBase[30] = {1,   2,   3,   4,   5,   7,    9,    13,   17,   25,   33,   49,   65,    97,    129,
-                                           193, 257, 385, 513, 769, 1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
+inline constexpr uint16_t kDistBase[30] = {1,    2,    3,    4,    5,    7,    9,    13,    17,    25,
+                                           33,   49,   65,   97,   129,  193,  257,  385,   513,   769,
+                                           1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
 inline int LengthCode(uint32_t length) {  // 0..28, for symbol 257 + code
     int c = 28;
     while (kLengthBase[c] > length) --c;
@@ -86,7 +87,8 @@ inline std::vector<HuffCodeEntry> CanonicalCodes(const std::vector<uint8_t>& len
     uint32_t count[16] = {}, next[16] = {};
     for (uint8_t l : lens) ++count[l];
     count[0] = 0;
-    for (int b = 1, code = 0; b < 16; ++b) next[b] = static_cast<uint32_t>(code = (code + static_cast<int>(count[b - 1])) << 1);
+    for (int b = 1, code = 0; b < 16; ++b)
+        next[b] = static_cast<uint32_t>(code = (code + static_cast<int>(count[b - 1])) << 1);
     std::vector<HuffCodeEntry> codes(lens.size());
     for (size_t s = 0; s < lens.size(); ++s) {
         uint32_t c = lens[s] ? next[lens[s]]++ : 0, r = 0;
@@ -137,7 +139,8 @@ inline std::vector<uint8_t> PeerInflate(const std::vector<uint8_t>& stream, size
 #elif defined(ZYRDC_HAVE_LIBDEFLATE)
     libdeflate_decompressor* d = libdeflate_alloc_decompressor();
     size_t got = 0;
-    const auto rc = libdeflate_deflate_decompress(d, stream.data(), stream.size(), out.data(), out.size(), &got);
+    const auto rc =
+        libdeflate_deflate_decompress(d, stream.data(), stream.size(), out.data(), out.size(), &got);
     libdeflate_free_decompressor(d);
     if (rc != LIBDEFLATE_SUCCESS) return {};
     out.resize(got);

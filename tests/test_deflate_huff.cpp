@@ -63,19 +63,21 @@ Streams RandomStreams(size_t n, std::mt19937& rng) {
     Streams s;
     for (int i = 0; i < 286 + 30; ++i) {
         const uint16_t len = static_cast<uint16_t>(rng() % 16);
-        (i < 286 ? s.litCodes : s.distCodes).push_back({static_cast<uint16_t>(rng() & ((1u << len) - 1)), len});
+        (i < 286 ? s.litCodes : s.distCodes)
+            .push_back({static_cast<uint16_t>(rng() & ((1u << len) - 1)), len});
     }
     for (size_t i = 0; i < n; ++i) {
         s.lit.push_back(static_cast<uint8_t>(rng()));
-        s.dist.push_back(rng() % 3 ? 0 : static_cast<uint16_t>(1 + (rng() % 4 ? rng() % 300 : rng() % 32768)));
+        s.dist.push_back(rng() % 3 ? 0
+                                   : static_cast<uint16_t>(1 + (rng() % 4 ? rng() % 300 : rng() % 32768)));
     }
     return s;
 }
 
 // Codes s[0..n) through the exported function in the pieces given by cuts, from dstIdx `at`
 // of a buffer full of 0xA5, and checks bytes, pending bits, index and the untouched rest.
-void CheckAgainstReference(const Streams& s, const std::vector<size_t>& cuts, uint32_t pending, uint32_t count,
-                           uint32_t at) {
+void CheckAgainstReference(const Streams& s, const std::vector<size_t>& cuts, uint32_t pending,
+                           uint32_t count, uint32_t at) {
     const size_t n = s.lit.size();
     // One unused entry more, so that no stream pointer is null even without entries.
     std::vector<uint8_t> lit = s.lit;
@@ -87,8 +89,8 @@ void CheckAgainstReference(const Streams& s, const std::vector<size_t>& cuts, ui
     uint32_t bits = count, idx = at;
     size_t from = 0;
     for (size_t cut : cuts) {
-        ASSERT_EQ(zyrsDeflateHuff_8u(lit.data() + from, dist.data() + from, static_cast<uint32_t>(cut - from), &code,
-                                     &bits, s.litCodes.data(), s.distCodes.data(), dst.data(), &idx),
+        ASSERT_EQ(zyrsDeflateHuff_8u(lit.data() + from, dist.data() + from, static_cast<uint32_t>(cut - from),
+                                     &code, &bits, s.litCodes.data(), s.distCodes.data(), dst.data(), &idx),
                   StatusOk);
         ASSERT_LT(bits, 8u);
         from = cut;
@@ -142,18 +144,23 @@ TEST(DeflateHuff, EdgeCases) {
     uint8_t byte = 0, out[8];
     uint16_t zero = 0, code = 0;
     uint32_t bits = 0, idx = 0;
-    EXPECT_EQ(zyrsDeflateHuff_8u(nullptr, &zero, 1, &code, &bits, lit.data(), dist.data(), out, &idx), StatusNullPointer);
-    EXPECT_EQ(zyrsDeflateHuff_8u(&byte, &zero, 1, &code, &bits, lit.data(), nullptr, out, &idx), StatusNullPointer);
-    EXPECT_EQ(zyrsDeflateHuff_8u(&byte, &zero, 1, &code, &bits, lit.data(), dist.data(), out, nullptr), StatusNullPointer);
+    EXPECT_EQ(zyrsDeflateHuff_8u(nullptr, &zero, 1, &code, &bits, lit.data(), dist.data(), out, &idx),
+              StatusNullPointer);
+    EXPECT_EQ(zyrsDeflateHuff_8u(&byte, &zero, 1, &code, &bits, lit.data(), nullptr, out, &idx),
+              StatusNullPointer);
+    EXPECT_EQ(zyrsDeflateHuff_8u(&byte, &zero, 1, &code, &bits, lit.data(), dist.data(), out, nullptr),
+              StatusNullPointer);
     const Bits longest = Reference({{255}, {32768}, lit, dist}, 0, 1, 0, 0);
     EXPECT_EQ(longest.count, 3 + 2 + 13 - 16u);
-    EXPECT_EQ(longest.bytes, (std::vector<uint8_t>{0x5 | 0x2 << 3 | (8191 & 7) << 5, 0xFF}));  // 8191 >> 3, low byte
+    EXPECT_EQ(longest.bytes,
+              (std::vector<uint8_t>{0x5 | 0x2 << 3 | (8191 & 7) << 5, 0xFF}));  // 8191 >> 3, low byte
 }
 
 // A fixed-code block (header bits as the pending bits, the body from matcher output, then the
 // 7-bit end-of-block code) decodes with the peer, on both sides of the vector path.
 TEST(DeflateHuff, FixedBlockInflatesWithPeer) {
-    if (!zyrdc::test::HavePeerInflate()) GTEST_SKIP() << "neither zlib nor libdeflate is installed for this build";
+    if (!zyrdc::test::HavePeerInflate())
+        GTEST_SKIP() << "neither zlib nor libdeflate is installed for this build";
     const auto data = zyrdc::test::VariedData(30000, 9);
     std::vector<uint8_t> lit(4096);
     std::vector<uint16_t> dist(4096);
@@ -161,15 +168,16 @@ TEST(DeflateHuff, FixedBlockInflatesWithPeer) {
     HuffCodeEntry lf[286] = {}, df[30] = {};
     const uint8_t* src = data.data();
     int32_t len = static_cast<int32_t>(data.size()), idx = 0, room = 4096;
-    ASSERT_EQ(zyrsDeflateLZ77_8u(&src, &len, &idx, src, 32768, head.data(), prev.data(), 32768, lf, df, lit.data(),
-                                 dist.data(), &room, 6, 2),
+    ASSERT_EQ(zyrsDeflateLZ77_8u(&src, &len, &idx, src, 32768, head.data(), prev.data(), 32768, lf, df,
+                                 lit.data(), dist.data(), &room, 6, 2),
               StatusOk);
     const auto litCodes = zyrdc::test::FixedLitCodes(), distCodes = zyrdc::test::FixedDistCodes();
     for (uint32_t n : {2047u, 2048u}) {
         std::vector<uint8_t> out(6 * n + 8);
         uint16_t code = 0x3;  // BFINAL 1, BTYPE 01
         uint32_t bits = 3, at = 0;
-        ASSERT_EQ(zyrsDeflateHuff_8u(lit.data(), dist.data(), n, &code, &bits, litCodes.data(), distCodes.data(), out.data(), &at),
+        ASSERT_EQ(zyrsDeflateHuff_8u(lit.data(), dist.data(), n, &code, &bits, litCodes.data(),
+                                     distCodes.data(), out.data(), &at),
                   StatusOk);
         out.resize(at + (bits + 7 + 7) / 8);  // the end-of-block code is seven zero bits
         out[at] = static_cast<uint8_t>(code);

@@ -37,20 +37,20 @@ struct Call {
 
 using Runner = std::function<ZyrStatus(Call&)>;
 ZyrStatus Fast(Call& c) {
-    return zyrsDeflateLZ77Fast_8u(c.ppSrc, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(), c.prev.data(),
-                                  c.hashSize, c.litFreq.data(), c.distFreq.data(), c.lit.data(), c.dist.data(),
-                                  &c.dstLen, &c.params, c.flush);
+    return zyrsDeflateLZ77Fast_8u(c.ppSrc, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(),
+                                  c.prev.data(), c.hashSize, c.litFreq.data(), c.distFreq.data(),
+                                  c.lit.data(), c.dist.data(), &c.dstLen, &c.params, c.flush);
 }
 ZyrStatus Slow(Call& c) {
-    return zyrsDeflateLZ77Slow_8u(c.ppSrc, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(), c.prev.data(),
-                                  c.hashSize, c.litFreq.data(), c.distFreq.data(), c.lit.data(), c.dist.data(),
-                                  &c.dstLen, &c.params, c.flush);
+    return zyrsDeflateLZ77Slow_8u(c.ppSrc, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(),
+                                  c.prev.data(), c.hashSize, c.litFreq.data(), c.distFreq.data(),
+                                  c.lit.data(), c.dist.data(), &c.dstLen, &c.params, c.flush);
 }
 Runner Level(uint32_t level) {
     return [level](Call& c) {
-        return zyrsDeflateLZ77_8u(c.ppSrc, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(), c.prev.data(),
-                                  c.hashSize, c.litFreq.data(), c.distFreq.data(), c.lit.data(), c.dist.data(),
-                                  &c.dstLen, level, c.flush);
+        return zyrsDeflateLZ77_8u(c.ppSrc, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(),
+                                  c.prev.data(), c.hashSize, c.litFreq.data(), c.distFreq.data(),
+                                  c.lit.data(), c.dist.data(), &c.dstLen, level, c.flush);
     };
 }
 
@@ -67,15 +67,29 @@ TEST(DeflateLZ77, CheckOrder) {
         {"level 30 before a null source", Level(30), [&](Call& c) { c.ppSrc = nullptr; }, StatusBadSize},
         {"null ppSrc", Level(1), [&](Call& c) { c.ppSrc = nullptr; }, StatusNullPointer},
         {"null window", Fast, [](Call& c) { c.window = nullptr; }, StatusNullPointer},
-        {"null source before bad size", Slow, [&](Call& c) { c.ppSrc = &nullSrc; c.winSize = 1; }, StatusNullPointer},
+        {"null source before bad size", Slow,
+         [&](Call& c) {
+             c.ppSrc = &nullSrc;
+             c.winSize = 1;
+         },
+         StatusNullPointer},
         {"winSize 255", Fast, [](Call& c) { c.winSize = 255; }, StatusBadSize},
         {"winSize 32769", Level(6), [](Call& c) { c.winSize = 32769; }, StatusBadSize},
         {"hashSize 65537", Fast, [](Call& c) { c.hashSize = 65537; }, StatusBadSize},
-        {"hashSize 255 before bad params", Slow, [](Call& c) { c.hashSize = 255; c.params.maxChain = 0; }, StatusBadSize},
+        {"hashSize 255 before bad params", Slow,
+         [](Call& c) {
+             c.hashSize = 255;
+             c.params.maxChain = 0;
+         },
+         StatusBadSize},
         {"fast maxChain -1", Fast, [](Call& c) { c.params.maxChain = -1; }, StatusBadArgument},
         {"fast chained nice 3", Fast, [](Call& c) { c.params.niceLength = 3; }, StatusBadArgument},
         {"fast chained insert 3", Fast, [](Call& c) { c.params.maxInsertLength = 3; }, StatusBadArgument},
-        {"fast single probe ignores the rest", Fast, [](Call& c) { c.params = {0, 0, 0, 0}; }, StatusOk},
+        {"fast single probe ignores the rest", Fast,
+         [](Call& c) {
+             c.params = {0, 0, 0, 0};
+         },
+         StatusOk},
         {"slow maxChain 0", Slow, [](Call& c) { c.params.maxChain = 0; }, StatusBadArgument},
         {"slow good 3", Slow, [](Call& c) { c.params.goodLength = 3; }, StatusBadArgument},
         {"slow insert 3", Slow, [](Call& c) { c.params.maxInsertLength = 3; }, StatusBadArgument},
@@ -132,17 +146,22 @@ TEST(DeflateLZ77, DictionaryOf200And40000Bytes) {
     for (uint32_t mode : {0u, 1u}) {
         std::vector<int32_t> head(4096, kNone), prev(32768, kNone);
         std::vector<uint8_t> window(32768 + 1, 0xEE);
-        ASSERT_EQ(zyrsDeflateDictionarySet_8u(dict.data(), 200, head.data(), 4096, prev.data(), window.data(), 32768, mode), StatusOk);
+        ASSERT_EQ(zyrsDeflateDictionarySet_8u(dict.data(), 200, head.data(), 4096, prev.data(), window.data(),
+                                              32768, mode),
+                  StatusOk);
         EXPECT_TRUE(std::equal(dict.begin(), dict.begin() + 200, window.begin()) && window[200] == 0xEE);
         EXPECT_EQ(head, std::vector<int32_t>(4096, kNone));
-        ASSERT_EQ(zyrsDeflateDictionarySet_8u(dict.data(), 40000, head.data(), 4096, prev.data(), window.data(), 32768, mode), StatusOk);
+        ASSERT_EQ(zyrsDeflateDictionarySet_8u(dict.data(), 40000, head.data(), 4096, prev.data(),
+                                              window.data(), 32768, mode),
+                  StatusOk);
         EXPECT_TRUE(std::equal(dict.end() - 32768, dict.end(), window.begin()) && window[32768] == 0xEE);
         EXPECT_EQ(*std::max_element(head.begin(), head.end()), 32510);
         for (int32_t i = 0; i < 32768; ++i) {
             const int32_t e = prev[static_cast<size_t>(i)];
             ASSERT_TRUE(mode == 0 || i > 32510 ? e == kNone : e < i) << i;
         }
-        EXPECT_GT(std::count_if(prev.begin(), prev.end(), [](int32_t e) { return e != kNone; }), mode ? 28000 : -1);
+        EXPECT_GT(std::count_if(prev.begin(), prev.end(), [](int32_t e) { return e != kNone; }),
+                  mode ? 28000 : -1);
     }
 }
 
@@ -150,8 +169,8 @@ TEST(DeflateLZ77, DictionaryOf200And40000Bytes) {
 // caller must: contiguous (the window pointer is the source pointer, history just before it)
 // or apart (the last winSize bytes copied to a buffer guarded on both sides, each source
 // piece in its own buffer against a guard page). Checks every property of the output.
-void CheckStreams(const Runner& run, const std::vector<uint8_t>& data, uint32_t winSize, int pieces, bool apart,
-                  int minMatch, uint32_t seed) {
+void CheckStreams(const Runner& run, const std::vector<uint8_t>& data, uint32_t winSize, int pieces,
+                  bool apart, int minMatch, uint32_t seed) {
     std::mt19937 rng(seed);
     const auto cuts = zyrdc::test::RandomCuts(data.size(), pieces, rng);
     GuardedBuffer history(winSize);  // winSize is one page here, so both ends are guarded
@@ -202,7 +221,8 @@ void CheckStreams(const Runner& run, const std::vector<uint8_t>& data, uint32_t 
         std::fill(litCount.begin(), litCount.end(), 0);
         std::fill(distCount.begin(), distCount.end(), 0);
         ASSERT_TRUE(zyrdc::test::Expand(c.lit.data(), c.dist.data(), n, out));
-        ASSERT_TRUE(std::equal(out.begin() + static_cast<ptrdiff_t>(done), out.end(), data.begin() + static_cast<ptrdiff_t>(done)));
+        ASSERT_TRUE(std::equal(out.begin() + static_cast<ptrdiff_t>(done), out.end(),
+                               data.begin() + static_cast<ptrdiff_t>(done)));
         done += consumed;
         c.head.swap(head);
         c.prev.swap(prev);
@@ -219,7 +239,8 @@ TEST(DeflateLZ77, EveryLevelReexpandsWithinTheWindow) {
         CheckStreams(Level(level), data, 4096, 40, level % 2 == 0, minMatch, level);
     }
     // Parameter records off the level table: tiny budgets, lazy limits and nice lengths.
-    for (const LZ77Params& p : {LZ77Params{1, 4, 4, 4}, LZ77Params{7, 300, 5, 300}, LZ77Params{2, 4, 258, 4}}) {
+    for (const LZ77Params& p :
+         {LZ77Params{1, 4, 4, 4}, LZ77Params{7, 300, 5, 300}, LZ77Params{2, 4, 258, 4}}) {
         CheckStreams([&p](Call& c) { c.params = p; return Slow(c); }, data, 4096, 30, true, 4, 2);
         CheckStreams([&p](Call& c) { c.params = p; return Fast(c); }, data, 4096, 30, false, 4, 3);
     }
@@ -239,8 +260,8 @@ TEST(DeflateLZ77, RebasingKeepsTheWindow) {
         c.winSize = winSize;
         c.prev.assign(winSize, kNone);
         const int32_t base = 0x7FFFE000;  // base + winSize + 2 x srcLen reaches 2^31 - 1
-        ASSERT_EQ(zyrsDeflateUpdateHash_8u(c.data.data(), static_cast<uint32_t>(base) - winSize, winSize, c.head.data(),
-                                           c.hashSize, c.prev.data(), winSize, 1),
+        ASSERT_EQ(zyrsDeflateUpdateHash_8u(c.data.data(), static_cast<uint32_t>(base) - winSize, winSize,
+                                           c.head.data(), c.hashSize, c.prev.data(), winSize, 1),
                   StatusOk);
         c.src = c.window = c.data.data() + winSize;
         c.srcIdx = base;
@@ -258,7 +279,8 @@ TEST(DeflateLZ77, RebasingKeepsTheWindow) {
 
 // The 16-byte rebase kernel against its scalar twin, at the edges of the clamp.
 TEST(DeflateLZ77, RebaseKernelAgreesWithScalar) {
-    std::vector<int32_t> v = {INT32_MIN, -40000, -32768, -32767, 0, 1, 99999, 100000, 132767, 132768, INT32_MAX};
+    std::vector<int32_t> v = {INT32_MIN, -40000, -32768, -32767, 0,        1,
+                              99999,     100000, 132767, 132768, INT32_MAX};
     for (int32_t d : {1, 100000, INT32_MAX - 40000}) {
         auto a = v, b = v;
         zyrdc::deflate::RebaseEntries(a.data(), static_cast<uint32_t>(a.size()), d);

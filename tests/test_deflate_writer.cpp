@@ -17,7 +17,8 @@ namespace {
 
 using zyrdc::tool::DeflateWriter;
 
-std::vector<uint8_t> Deflate(const std::vector<uint8_t>& data, uint32_t level, const std::vector<size_t>& cuts) {
+std::vector<uint8_t> Deflate(const std::vector<uint8_t>& data, uint32_t level,
+                             const std::vector<size_t>& cuts) {
     DeflateWriter w(level);
     size_t at = 0;
     for (size_t cut : cuts) {
@@ -30,16 +31,19 @@ std::vector<uint8_t> Deflate(const std::vector<uint8_t>& data, uint32_t level, c
 }
 
 TEST(DeflateWriter, PeerInflatesEveryLevelWholeAndInPieces) {
-    if (!zyrdc::test::HavePeerInflate()) GTEST_SKIP() << "neither zlib nor libdeflate is installed for this build";
+    if (!zyrdc::test::HavePeerInflate())
+        GTEST_SKIP() << "neither zlib nor libdeflate is installed for this build";
     const std::vector<std::vector<uint8_t>> inputs = {
         {}, {'x'}, zyrdc::test::VariedData(150000, 1), zyrdc::test::RandomBytes(70000, 2),
         std::vector<uint8_t>(100000, 0)};
     std::mt19937 rng(4);
     for (uint32_t level = 0; level < 30; ++level) {
         for (const auto& data : inputs) {
-            for (const auto& cuts : {std::vector<size_t>{data.size()}, zyrdc::test::RandomCuts(data.size(), 20, rng)}) {
+            for (const auto& cuts :
+                 {std::vector<size_t>{data.size()}, zyrdc::test::RandomCuts(data.size(), 20, rng)}) {
                 const auto stream = Deflate(data, level, cuts);
-                ASSERT_EQ(zyrdc::test::PeerInflate(stream, data.size()), data) << "level " << level << ", " << data.size();
+                ASSERT_EQ(zyrdc::test::PeerInflate(stream, data.size()), data)
+                    << "level " << level << ", " << data.size();
             }
         }
     }
@@ -125,8 +129,8 @@ TEST(DeflateWriter, SameBytesInEveryBuild) {
         HuffCodeEntry lf[286] = {}, df[30] = {};
         const uint8_t* src = data.data();
         int32_t len = static_cast<int32_t>(data.size()), idx = 0, room = len;
-        ASSERT_EQ(zyrsDeflateLZ77_8u(&src, &len, &idx, src, 32768, head.data(), prev.data(), 32768, lf, df, lit.data(),
-                                     dist.data(), &room, r.level, 2),
+        ASSERT_EQ(zyrsDeflateLZ77_8u(&src, &len, &idx, src, 32768, head.data(), prev.data(), 32768, lf, df,
+                                     lit.data(), dist.data(), &room, r.level, 2),
                   StatusOk);
         const size_t n = data.size() - static_cast<size_t>(room);
         const auto gz = zyrdc::tool::GzipBytes(data, r.level);

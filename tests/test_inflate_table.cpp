@@ -33,7 +33,20 @@ TEST(InflateTable, ValidationAndCheckOrder) {
         return v;
     };
     auto eobOnly = Lens({{256, 0}, {1, 1}});
-    auto chain12 = Lens({{1, 1}, {1, 2}, {1, 3}, {1, 4}, {1, 5}, {1, 6}, {1, 7}, {1, 8}, {1, 9}, {1, 10}, {1, 11}, {245, 0}, {1, 12}, {1, 12}});
+    auto chain12 = Lens({{1, 1},
+                         {1, 2},
+                         {1, 3},
+                         {1, 4},
+                         {1, 5},
+                         {1, 6},
+                         {1, 7},
+                         {1, 8},
+                         {1, 9},
+                         {1, 10},
+                         {1, 11},
+                         {245, 0},
+                         {1, 12},
+                         {1, 12}});
     struct Row {
         const char* what;
         std::vector<uint16_t> lens;
@@ -42,7 +55,8 @@ TEST(InflateTable, ValidationAndCheckOrder) {
         uint32_t kind;  // header word 2 afterwards
     } rows[] = {
         {"fixed literal/length code", fixedLit, 288, 0, StatusOk, 2},
-        {"fixed distance code is incomplete", withDist(Lens({{30, 5}})), 288, 30, StatusBadHuffmanCode, kUntouched},
+        {"fixed distance code is incomplete", withDist(Lens({{30, 5}})), 288, 30, StatusBadHuffmanCode,
+         kUntouched},
         {"289 lengths", Lens({{289, 9}}), 289, 0, StatusBadSize, kUntouched},
         {"31 distance lengths", withDist(Lens({{31, 5}})), 288, 31, StatusBadSize, kUntouched},
         {"no literal/length code", Lens({{288, 0}}), 288, 0, StatusBadHuffmanCode, kUntouched},
@@ -56,8 +70,36 @@ TEST(InflateTable, ValidationAndCheckOrder) {
         {"no end of block, single level", Lens({{256, 8}}), 256, 0, StatusBadHuffmanCode, 2},
         {"end of block of length 0", Lens({{256, 8}, {1, 0}}), 257, 0, StatusBadHuffmanCode, 2},
         {"a 12-bit code", chain12, 258, 0, StatusOk, 1},
-        {"no end of block, two levels", Lens({{243, 0}, {1, 1}, {1, 2}, {1, 3}, {1, 4}, {1, 5}, {1, 6}, {1, 7}, {1, 8}, {1, 9}, {1, 10}, {1, 11}, {2, 12}}), 256, 0, StatusOk, 1},
-        {"a 13-bit distance code", withDist(Lens({{1, 1}, {1, 2}, {1, 3}, {1, 4}, {1, 5}, {1, 6}, {1, 7}, {1, 8}, {1, 9}, {1, 10}, {1, 11}, {1, 12}, {2, 13}})), 288, 14, StatusOk, 1},
+        {"no end of block, two levels",
+         Lens({{243, 0},
+               {1, 1},
+               {1, 2},
+               {1, 3},
+               {1, 4},
+               {1, 5},
+               {1, 6},
+               {1, 7},
+               {1, 8},
+               {1, 9},
+               {1, 10},
+               {1, 11},
+               {2, 12}}),
+         256, 0, StatusOk, 1},
+        {"a 13-bit distance code",
+         withDist(Lens({{1, 1},
+                        {1, 2},
+                        {1, 3},
+                        {1, 4},
+                        {1, 5},
+                        {1, 6},
+                        {1, 7},
+                        {1, 8},
+                        {1, 9},
+                        {1, 10},
+                        {1, 11},
+                        {1, 12},
+                        {2, 13}})),
+         288, 14, StatusOk, 1},
         {"a length above 15", Lens({{256, 8}, {1, 16}}), 257, 0, StatusBadHuffmanCode, kUntouched},
     };
     for (const Row& r : rows) {
@@ -124,7 +166,8 @@ TEST(InflateTable, PeerStreamsDecodeThroughTheTables) {
             deflateEnd(&z);
 #else
             libdeflate_compressor* c = libdeflate_alloc_compressor(level);
-            stream.resize(libdeflate_deflate_compress(c, data.data(), data.size(), stream.data(), stream.size()));
+            stream.resize(
+                libdeflate_deflate_compress(c, data.data(), data.size(), stream.data(), stream.size()));
             libdeflate_free_compressor(c);
 #endif
             ASSERT_EQ(zyrdc::tool::InflateRaw(stream, &stats), data) << level;

@@ -165,14 +165,16 @@ struct CombinedTables {
     }
     uint64_t Code(uint8_t literal, uint16_t distance, uint32_t& len) const {
         const uint32_t dm1 = (distance - 1u) & 0xFFFF;
-        const uint32_t distIndex = distance == 0 ? kDistNone : dm1 < 256 ? dm1 : kDistCoarse + ((dm1 >> 7) & 0xFF);
+        const uint32_t distIndex = distance == 0 ? kDistNone
+                                   : dm1 < 256   ? dm1
+                                                 : kDistCoarse + ((dm1 >> 7) & 0xFF);
         return Code(literal | (distance != 0 ? 256u : 0u), distIndex, dm1, len);
     }
 };
 
 // Adds one entry's bits with an 8-byte store: with nb <= 7 and the value below 2^48 they fit.
-__attribute__((always_inline)) inline void Pack(uint64_t v, uint32_t len, uint64_t& acc, uint32_t& nb, uint32_t& idx,
-                                                uint8_t* dst) {
+__attribute__((always_inline)) inline void Pack(uint64_t v, uint32_t len, uint64_t& acc, uint32_t& nb,
+                                                uint32_t& idx, uint8_t* dst) {
     acc |= v << nb;
     nb += len;
     store_u64le(dst + idx, acc);
@@ -183,7 +185,8 @@ __attribute__((always_inline)) inline void Pack(uint64_t v, uint32_t len, uint64
 }
 
 // 8 entries' table indexes and distances minus 1, at once.
-inline void Indexes8(const uint8_t* lit, const uint16_t* dist, uint16_t* symIdx, uint16_t* distIdx, uint16_t* dm1) {
+inline void Indexes8(const uint8_t* lit, const uint16_t* dist, uint16_t* symIdx, uint16_t* distIdx,
+                     uint16_t* dm1) {
     const __m128i zero = _mm_setzero_si128();
     const __m128i d = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dist));
     const __m128i b = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(lit)), zero);
@@ -195,8 +198,9 @@ inline void Indexes8(const uint8_t* lit, const uint16_t* dist, uint16_t* symIdx,
     const __m128i match = _mm_or_si128(_mm_and_si128(small, m1), _mm_andnot_si128(small, far));
     _mm_store_si128(reinterpret_cast<__m128i*>(symIdx),
                     _mm_or_si128(b, _mm_andnot_si128(isLit, _mm_set1_epi16(256))));
-    _mm_store_si128(reinterpret_cast<__m128i*>(distIdx),
-                    _mm_or_si128(_mm_and_si128(isLit, _mm_set1_epi16(kDistNone)), _mm_andnot_si128(isLit, match)));
+    _mm_store_si128(
+        reinterpret_cast<__m128i*>(distIdx),
+        _mm_or_si128(_mm_and_si128(isLit, _mm_set1_epi16(kDistNone)), _mm_andnot_si128(isLit, match)));
     _mm_store_si128(reinterpret_cast<__m128i*>(dm1), m1);
 }
 

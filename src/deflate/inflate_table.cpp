@@ -95,7 +95,9 @@ void StreamOrderCodes(const uint16_t* lens, uint32_t n, const LengthCounts& c, u
     }
     for (uint32_t s = 0; s < n; ++s) {
         const uint32_t len = lens[s];
-        rev[s] = len == 0 || len > kMaxCodeBits ? 0 : static_cast<uint16_t>(ReverseBits(next[len]++, static_cast<int>(len)));
+        rev[s] = len == 0 || len > kMaxCodeBits
+                     ? 0
+                     : static_cast<uint16_t>(ReverseBits(next[len]++, static_cast<int>(len)));
     }
 }
 

@@ -165,12 +165,14 @@ private:
 };
 
 // Walks the chain from cand for a match longer than best (at most maxLen), examining at most
-// budget candidates. The lazy matcher searches the very next position too, whose chain mostly
-// runs one position behind each candidate of this one: with kPrefetchFollowing those chain
-// entries are requested on the way, so that the next walk finds them in the first-level cache. Each candidate is first tried with one 4-byte compare at offset best,
+// budget candidates. Each candidate is first tried with one 4-byte compare at offset best,
 // where a longer match must differ from the current best; ties keep the nearer candidate.
 // The greedy matcher cuts the budget to a quarter of maxChain the first time the best reaches
 // goodLength; both stop at niceLength.
+//
+// The lazy matcher searches the very next position too, whose chain mostly runs one position
+// behind each candidate of this one: with kPrefetchFollowing those chain entries are requested
+// on the way, so that the next walk finds them in the first-level cache.
 template <bool kSplit>
 template <bool kGoodCutsBudget, bool kPrefetchFollowing>
 int Matcher<kSplit>::Search(int32_t p, const uint8_t* cur, int32_t cand, int best, int maxLen,

@@ -58,7 +58,8 @@ static_assert(kDistanceCodes[29].base == 24576 && kDistanceCodes[29].extra == 13
 constexpr std::array<uint8_t, 256> MakeLengthCodeOf() {
     std::array<uint8_t, 256> t{};
     for (int c = 0; c < kNumLengthCodes; ++c) {
-        for (int v = kLengthCodes[c].base; v < 256 && v < kLengthCodes[c].base + (1 << kLengthCodes[c].extra); ++v) {
+        for (int v = kLengthCodes[c].base; v < 256 && v < kLengthCodes[c].base + (1 << kLengthCodes[c].extra);
+             ++v) {
             t[v] = static_cast<uint8_t>(c);
         }
     }

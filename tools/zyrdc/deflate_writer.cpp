@@ -218,7 +218,9 @@ void DeflateWriter::LimitedLengths(const uint32_t* counts, int n, int maxBits, u
         int symbol;  // -1 for a package
     };
     constexpr int kMaxSymbols = 288, kMaxItems = 2 * kMaxSymbols;
-    if (n > kMaxSymbols || maxBits > kMaxBits) throw std::runtime_error("LimitedLengths: too many symbols or bits");
+    if (n > kMaxSymbols || maxBits > kMaxBits) {
+        throw std::runtime_error("LimitedLengths: too many symbols or bits");
+    }
     std::fill(lens, lens + n, uint8_t{0});
     Item leaves[kMaxSymbols];
     int m = 0;
@@ -443,7 +445,9 @@ void DeflateWriter::EndBlock(bool last) {
         fixedBits += uint64_t{distCounts[s]} * 5;
         extraBits += uint64_t{distCounts[s]} * kDistExtra[s];
     }
-    for (int s = 0; s < kNumCodeLen; ++s) dynamicBits += uint64_t{clCounts[s]} * (clLens[s] + kCodeLenExtraBits[s]);
+    for (int s = 0; s < kNumCodeLen; ++s) {
+        dynamicBits += uint64_t{clCounts[s]} * (clLens[s] + kCodeLenExtraBits[s]);
+    }
     dynamicBits += extraBits;
     fixedBits += extraBits;
     const size_t rawBytes = subStart_ - blockStart_;

@@ -16,7 +16,9 @@ namespace zyrdc::tool {
 
 namespace {
 
-[[noreturn]] void Corrupt(const char* why) { throw std::runtime_error(std::string("corrupt stream: ") + why); }
+[[noreturn]] void Corrupt(const char* why) {
+    throw std::runtime_error(std::string("corrupt stream: ") + why);
+}
 
 constexpr uint32_t DistBase(uint32_t d) { return d < 4 ? d + 1 : ((2 + d % 2) << (d / 2 - 1)) + 1; }
 constexpr uint32_t DistExtra(uint32_t d) { return d < 4 ? 0 : d / 2 - 1; }
@@ -280,7 +282,8 @@ std::vector<uint8_t> Gunzip(std::span<const uint8_t> file, InflateStats* stats) 
         need(8);
         uint32_t crc = 0;
         if (!member.empty()) zyrsCRC32_8u(member.data(), static_cast<int32_t>(member.size()), &crc);
-        if (crc != Le32(file.subspan(at)) || static_cast<uint32_t>(member.size()) != Le32(file.subspan(at + 4))) {
+        if (crc != Le32(file.subspan(at)) ||
+            static_cast<uint32_t>(member.size()) != Le32(file.subspan(at + 4))) {
             Corrupt("CRC-32 or size mismatch");
         }
         at += 8;
