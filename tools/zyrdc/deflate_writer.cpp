@@ -208,42 +208,60 @@ void ByteBuffer::Append(std::span<const uint8_t> bytes) {
 
 // ---- code lengths ------------------------------------------------------------------------
 
+namespace {
+
+struct Leaf {
+    uint64_t weight;
+    int symbol;  // -1 for a package
+};
+constexpr int kMaxSymbols = 288;
+
+// Lengths of a plain Huffman code over the leaves, sorted by weight: two queues, the leaves
+// and the merged nodes (which come out in order of weight), the lighter front taken each
+// time. Returns the longest length.
+int PlainLengths(const Leaf* leaves, int m, uint8_t* lens) {
+    uint64_t weight[kMaxSymbols];
+    int parent[2 * kMaxSymbols];
+    int leaf = 0, node = 0, nodes = 0;
+    auto takeLighter = [&]() {
+        if (leaf < m && (node == nodes || leaves[leaf].weight <= weight[node])) return leaf++;
+        return kMaxSymbols + node++;
+    };
+    while (nodes < m - 1) {
+        const int a = takeLighter(), b = takeLighter();
+        const uint64_t wa = a < kMaxSymbols ? leaves[a].weight : weight[a - kMaxSymbols];
+        const uint64_t wb = b < kMaxSymbols ? leaves[b].weight : weight[b - kMaxSymbols];
+        weight[nodes] = wa + wb;
+        parent[a] = parent[b] = kMaxSymbols + nodes++;
+    }
+    // The last node is the root; a node's depth is its parent's plus one.
+    int depth[kMaxSymbols], longest = 0;
+    depth[nodes - 1] = 0;
+    for (int i = nodes - 2; i >= 0; --i) depth[i] = depth[parent[kMaxSymbols + i] - kMaxSymbols] + 1;
+    for (int i = 0; i < m; ++i) {
+        const int d = depth[parent[i] - kMaxSymbols] + 1;
+        lens[leaves[i].symbol] = static_cast<uint8_t>(d);
+        longest = std::max(longest, d);
+    }
+    return longest;
+}
+
 // Package-merge: list L holds the leaves by count; each list above holds the leaves merged
 // with the pairs ("packages") of the list below. Of the top list the first 2m - 2 items are
 // taken; a taken leaf adds one bit to its symbol, a taken package takes its two items from
 // the list below. The result is the optimal code with no length above maxBits.
-void DeflateWriter::LimitedLengths(const uint32_t* counts, int n, int maxBits, uint8_t* lens) {
-    struct Item {
-        uint64_t weight;
-        int symbol;  // -1 for a package
-    };
-    constexpr int kMaxSymbols = 288, kMaxItems = 2 * kMaxSymbols;
-    if (n > kMaxSymbols || maxBits > kMaxBits) {
-        throw std::runtime_error("LimitedLengths: too many symbols or bits");
-    }
-    std::fill(lens, lens + n, uint8_t{0});
-    Item leaves[kMaxSymbols];
-    int m = 0;
-    for (int s = 0; s < n; ++s) {
-        if (counts[s] != 0) leaves[m++] = {counts[s], s};
-    }
-    std::sort(leaves, leaves + m, [](const Item& a, const Item& b) {
-        return a.weight != b.weight ? a.weight < b.weight : a.symbol < b.symbol;
-    });
-    if (m <= 1) {
-        if (m == 1) lens[leaves[0].symbol] = 1;
-        return;
-    }
+void PackageMergeLengths(const Leaf* leaves, int m, int maxBits, uint8_t* lens) {
+    constexpr int kMaxItems = 2 * kMaxSymbols;
     const int keep = 2 * m - 2;
     // lists[0] is the top list, lists[maxBits - 1] the leaves alone.
-    static thread_local Item lists[kMaxBits][kMaxItems];
+    static thread_local Leaf lists[kMaxBits][kMaxItems];
     int sizes[kMaxBits];
     std::copy(leaves, leaves + m, lists[maxBits - 1]);
     sizes[maxBits - 1] = m;
     for (int level = maxBits - 2; level >= 0; --level) {
-        const Item* below = lists[level + 1];
+        const Leaf* below = lists[level + 1];
         const int belowSize = sizes[level + 1];
-        Item* list = lists[level];
+        Leaf* list = lists[level];
         int size = 0, leaf = 0, pair = 0;
         while (size < keep && (leaf < m || pair + 1 < belowSize)) {
             const bool havePackage = pair + 1 < belowSize;
@@ -257,6 +275,7 @@ void DeflateWriter::LimitedLengths(const uint32_t* counts, int n, int maxBits, u
         }
         sizes[level] = size;
     }
+    for (int i = 0; i < m; ++i) lens[leaves[i].symbol] = 0;
     int take = keep;
     for (int level = 0; level < maxBits; ++level) {
         int packages = 0;
@@ -269,6 +288,31 @@ void DeflateWriter::LimitedLengths(const uint32_t* counts, int n, int maxBits, u
         }
         take = 2 * packages;
     }
+}
+
+}  // namespace
+
+// A plain Huffman code is optimal whenever it stays within the limit, which it does for all
+// but very skewed counts; package-merge finds the optimal code under the limit otherwise.
+void DeflateWriter::LimitedLengths(const uint32_t* counts, int n, int maxBits, uint8_t* lens) {
+    if (n > kMaxSymbols || maxBits > kMaxBits) {
+        throw std::runtime_error("LimitedLengths: too many symbols or bits");
+    }
+    std::fill(lens, lens + n, uint8_t{0});
+    // Sorted by count, then symbol: one 64-bit key each sorts faster than pairs.
+    uint64_t keys[kMaxSymbols];
+    int m = 0;
+    for (int s = 0; s < n; ++s) {
+        if (counts[s] != 0) keys[m++] = uint64_t{counts[s]} << 9 | static_cast<uint64_t>(s);
+    }
+    std::sort(keys, keys + m);
+    Leaf leaves[kMaxSymbols];
+    for (int i = 0; i < m; ++i) leaves[i] = {keys[i] >> 9, static_cast<int>(keys[i] & 511)};
+    if (m <= 1) {
+        if (m == 1) lens[leaves[0].symbol] = 1;
+        return;
+    }
+    if (PlainLengths(leaves, m, lens) > maxBits) PackageMergeLengths(leaves, m, maxBits, lens);
 }
 
 // ---- DeflateWriter -------------------------------------------------------------------------
