@@ -172,18 +172,6 @@ struct CombinedTables {
     }
 };
 
-// Adds one entry's bits with an 8-byte store: with nb <= 7 and the value below 2^48 they fit.
-__attribute__((always_inline)) inline void Pack(uint64_t v, uint32_t len, uint64_t& acc, uint32_t& nb,
-                                                uint32_t& idx, uint8_t* dst) {
-    acc |= v << nb;
-    nb += len;
-    store_u64le(dst + idx, acc);
-    const uint32_t whole = nb >> 3;
-    idx += whole;
-    acc >>= whole * 8;
-    nb &= 7;
-}
-
 // 8 entries' table indexes and distances minus 1, at once.
 inline void Indexes8(const uint8_t* lit, const uint16_t* dist, uint16_t* symIdx, uint16_t* distIdx,
                      uint16_t* dm1) {
@@ -225,24 +213,26 @@ void HuffEncodeVector(const uint8_t* lit, const uint16_t* dist, uint32_t n, BitS
         t.Code(lit[fast], dist[fast], len);
         tail += len;
     }
+    // Whole groups of 8 below the boundary take the fast stores; the rest, fewer than 8 more
+    // entries and the tail, are packed byte by byte.
     alignas(16) uint16_t symIdx[8], distIdx[8], dm1[8];
     uint32_t i = 0;
     for (; i + 8 <= fast; i += 8) {
         Indexes8(lit + i, dist + i, symIdx, distIdx, dm1);
         for (uint32_t k = 0; k < 8; ++k) {
             uint32_t len;
-            const uint64_t v = t.Code(symIdx[k], distIdx[k], dm1[k], len);
-            Pack(v, len, acc, nb, idx, dst);
+            acc |= t.Code(symIdx[k], distIdx[k], dm1[k], len) << nb;  // nb <= 7, value < 2^48
+            nb += len;
+            store_u64le(dst + idx, acc);
+            const uint32_t whole = nb >> 3;
+            idx += whole;
+            acc >>= whole * 8;
+            nb &= 7;
         }
     }
     for (; i < n; ++i) {
         uint32_t len;
-        const uint64_t v = t.Code(lit[i], dist[i], len);
-        if (i < fast) {
-            Pack(v, len, acc, nb, idx, dst);
-            continue;
-        }
-        acc |= v << nb;
+        acc |= t.Code(lit[i], dist[i], len) << nb;
         for (nb += len; nb >= 8; nb -= 8) {
             dst[idx++] = static_cast<uint8_t>(acc);
             acc >>= 8;
