@@ -36,16 +36,15 @@ struct Call {
 };
 
 using Runner = std::function<ZyrStatus(Call&)>;
-ZyrStatus Fast(Call& c) {
-    return zyrsDeflateLZ77Fast_8u(c.ppSrc, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(),
-                                  c.prev.data(), c.hashSize, c.litFreq.data(), c.distFreq.data(),
-                                  c.lit.data(), c.dist.data(), &c.dstLen, &c.params, c.flush);
+// The Fast and Slow matchers share one signature; a level stands in for the record otherwise.
+Runner With(decltype(&zyrsDeflateLZ77Fast_8u) fn) {
+    return [fn](Call& c) {
+        return fn(c.ppSrc, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(), c.prev.data(),
+                  c.hashSize, c.litFreq.data(), c.distFreq.data(), c.lit.data(), c.dist.data(), &c.dstLen,
+                  &c.params, c.flush);
+    };
 }
-ZyrStatus Slow(Call& c) {
-    return zyrsDeflateLZ77Slow_8u(c.ppSrc, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(),
-                                  c.prev.data(), c.hashSize, c.litFreq.data(), c.distFreq.data(),
-                                  c.lit.data(), c.dist.data(), &c.dstLen, &c.params, c.flush);
-}
+const Runner Fast = With(zyrsDeflateLZ77Fast_8u), Slow = With(zyrsDeflateLZ77Slow_8u);
 Runner Level(uint32_t level) {
     return [level](Call& c) {
         return zyrsDeflateLZ77_8u(c.ppSrc, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(),
@@ -67,29 +66,17 @@ TEST(DeflateLZ77, CheckOrder) {
         {"level 30 before a null source", Level(30), [&](Call& c) { c.ppSrc = nullptr; }, StatusBadSize},
         {"null ppSrc", Level(1), [&](Call& c) { c.ppSrc = nullptr; }, StatusNullPointer},
         {"null window", Fast, [](Call& c) { c.window = nullptr; }, StatusNullPointer},
-        {"null source before bad size", Slow,
-         [&](Call& c) {
-             c.ppSrc = &nullSrc;
-             c.winSize = 1;
-         },
+        {"null source before bad size", Slow, [&](Call& c) { c.ppSrc = &nullSrc, c.winSize = 1; },
          StatusNullPointer},
         {"winSize 255", Fast, [](Call& c) { c.winSize = 255; }, StatusBadSize},
         {"winSize 32769", Level(6), [](Call& c) { c.winSize = 32769; }, StatusBadSize},
         {"hashSize 65537", Fast, [](Call& c) { c.hashSize = 65537; }, StatusBadSize},
-        {"hashSize 255 before bad params", Slow,
-         [](Call& c) {
-             c.hashSize = 255;
-             c.params.maxChain = 0;
-         },
+        {"hashSize 255 before bad params", Slow, [](Call& c) { c.hashSize = 255, c.params.maxChain = 0; },
          StatusBadSize},
         {"fast maxChain -1", Fast, [](Call& c) { c.params.maxChain = -1; }, StatusBadArgument},
         {"fast chained nice 3", Fast, [](Call& c) { c.params.niceLength = 3; }, StatusBadArgument},
         {"fast chained insert 3", Fast, [](Call& c) { c.params.maxInsertLength = 3; }, StatusBadArgument},
-        {"fast single probe ignores the rest", Fast,
-         [](Call& c) {
-             c.params = {0, 0, 0, 0};
-         },
-         StatusOk},
+        {"fast single probe ignores the rest", Fast, [](Call& c) { c.params = {0, 0, 0, 0}; }, StatusOk},
         {"slow maxChain 0", Slow, [](Call& c) { c.params.maxChain = 0; }, StatusBadArgument},
         {"slow good 3", Slow, [](Call& c) { c.params.goodLength = 3; }, StatusBadArgument},
         {"slow insert 3", Slow, [](Call& c) { c.params.maxInsertLength = 3; }, StatusBadArgument},
