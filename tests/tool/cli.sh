@@ -4,7 +4,7 @@
 # against the lz4 tool in both directions, and bwt round trips with the bzip2 program as the
 # oracle of the block CRC, and ZFP volumes against the zfp tool in both directions.
 # usage: cli.sh ZYRDC PYTHON VERSION GROUP   (GROUP: sum | errors | info | bench | lz4 | bwt |
-# zfp; PYTHON may be empty, which skips the reference checksums and the ZFP checks)
+# zfp | gzip; PYTHON may be empty, which skips the reference checksums and the ZFP checks)
 set -u
 ZYRDC=$1 PY=$2 VERSION=$3 GROUP=$4
 T=$(mktemp -d) && trap 'rm -rf "$T"' EXIT
@@ -339,6 +339,56 @@ TABLE
     [ ! -e "$T/res" ] || fail "zfp -d $bad.zfp left an output"
   done
   "$ZYRDC" zfp -r 8 --dims 16 12 8 -f "$T/smooth" "$T/r8.zfp" || fail "-f does not overwrite"
+  ;;
+gzip)
+  # The standard gzip program is the oracle: it must give back every input at every level.
+  command -v gzip >/dev/null || { echo "gzip is not installed: the gzip group is skipped"; exit 0; }
+  : >"$T/empty"
+  head -c 200000 /dev/urandom >"$T/random"
+  for i in $(seq 1 4000); do echo "line $i: the window, the hash chain and the lazy match"; done >"$T/text"
+  head -c 100000 /dev/zero | tr '\0' a >"$T/run"
+  cat "$T/text" "$T/random" "$T/run" "$T/text" >"$T/mixed"
+  for input in empty digits text random run mixed; do
+    for level in default 0 1 5 6 9 10 14 19 20 25 29; do
+      rm -f "$T/out.gz"
+      opts=(); [ $level = default ] || opts=(-l "$level")
+      "$ZYRDC" gzip "${opts[@]}" "$T/$input" "$T/out.gz" 2>"$T/err" ||
+        fail "gzip -l $level $input: $(cat "$T/err")"
+      gzip -dc "$T/out.gz" 2>/dev/null | cmp -s - "$T/$input" ||
+        fail "gzip -d does not give back $input written at level $level"
+    done
+  done
+  "$ZYRDC" gzip - "$T/stdin.gz" <"$T/mixed" && gzip -dc "$T/stdin.gz" | cmp -s - "$T/mixed" ||
+    fail "gzip from standard input"
+  "$ZYRDC" gzip -l 1 "$T/mixed" - | gzip -dc | cmp -s - "$T/mixed" || fail "gzip to standard output"
+  # An existing output stays unless -f; failures leave neither output nor temporary file.
+  echo keep >"$T/exists.gz"
+  expect_error 1 gzip "$T/text" "$T/exists.gz"
+  [ "$(cat "$T/exists.gz")" = keep ] || fail "an existing output was overwritten without -f"
+  "$ZYRDC" gzip -f "$T/text" "$T/exists.gz" && gzip -dc "$T/exists.gz" | cmp -s - "$T/text" ||
+    fail "-f did not overwrite"
+  mkdir "$T/dir"
+  while read -r code args; do
+    eval "expect_error $code $args"
+  done <<'TABLE'
+1 gzip "$T/missing" "$T/dir/a.gz"
+1 gzip "$T/dir" "$T/dir/b.gz"
+1 gzip "$T/text" "$T/nodir/c.gz"
+2 gzip -l 30 "$T/text" "$T/dir/d.gz"
+2 gzip -l -1 "$T/text" "$T/dir/e.gz"
+2 gzip -l six "$T/text" "$T/dir/f.gz"
+2 gzip "$T/text"
+2 gzip "$T/text" "$T/dir/g.gz" "$T/dir/h.gz"
+2 gzip -x "$T/text" "$T/dir/i.gz"
+TABLE
+  [ -z "$(ls -A "$T/dir")" ] || fail "failed runs left files behind: $(ls -A "$T/dir")"
+  help=$("$ZYRDC" --help) && grep -q '^  gzip ' <<<"$help" || fail "--help lacks gzip"
+  "$ZYRDC" bench -t 0.01 -p gzip-1 -p gzip-6 -p gzip-9 "$T/mixed" >"$T/out" ||
+    fail "bench of the gzip rows failed"
+  for level in 1 6 9; do
+    grep -Eq "^gzip-$level +$T/mixed +[0-9]+ +[0-9.]+ +[0-9.]+ +ok$" "$T/out" ||
+      fail "bench: no passing gzip-$level row: $(cat "$T/out")"
+  done
   ;;
 *) fail "unknown group $GROUP" ;;
 esac

@@ -9,6 +9,8 @@
 #include "bwt_blocks.hpp"
 #include "checksums.hpp"
 #include "common.hpp"
+#include "deflate_writer.hpp"
+#include "inflate_reader.hpp"
 #include "zfp_volume.hpp"
 
 namespace zyrdc::tool {
@@ -230,6 +232,20 @@ void AddZfpRows(std::vector<BenchRow>& rows) {
                     SmoothField});
 }
 
+// A gzip file must decode, through the library's Inflate tables, to the input with its
+// CRC-32 and size.
+std::string VerifyGzip(uint32_t level, std::span<const std::uint8_t> input) {
+    const std::vector<std::uint8_t> file = GzipBytes(input, level);
+    try {
+        if (Gunzip(file) != std::vector<std::uint8_t>(input.begin(), input.end())) {
+            return "the gzip file decodes to different bytes";
+        }
+    } catch (const std::exception& e) {
+        return e.what();
+    }
+    return {};
+}
+
 }  // namespace
 
 std::vector<BenchRow> BenchRows() {
@@ -262,6 +278,11 @@ std::vector<BenchRow> BenchRows() {
                         return 2 * symbols;
                     },
                     VerifyBwt});
+    for (const uint32_t level : {1u, 6u, 9u}) {
+        rows.push_back({"gzip-" + std::to_string(level),
+                        [level](std::span<const std::uint8_t> in) { return GzipBytes(in, level).size(); },
+                        [level](std::span<const std::uint8_t> in) { return VerifyGzip(level, in); }});
+    }
     AddZfpRows(rows);
     return rows;
 }

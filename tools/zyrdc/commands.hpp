@@ -26,5 +26,6 @@ int RunBench(const Command& self, std::span<char* const> args);
 int RunLz4(const Command& self, std::span<char* const> args);
 int RunBwt(const Command& self, std::span<char* const> args);
 int RunZfp(const Command& self, std::span<char* const> args);
+int RunGzip(const Command& self, std::span<char* const> args);
 
 }  // namespace zyrdc::tool

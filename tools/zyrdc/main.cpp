@@ -63,6 +63,14 @@ constexpr Command kCommands[] = {
      "'zfp -h' reads them and 'zyrdc zfp -d' reads what 'zfp -h' writes for 3-D floats in\n"
      "the rate, precision and accuracy modes.\n",
      RunZfp},
+    {"gzip", "[-l LEVEL] [-f] IN OUT",
+     "compress a file to gzip format with the library's Deflate primitives",
+     "  -l, --level LEVEL  matcher level 0..29 (default 6): the last digit sets the\n"
+     "                     effort (0 fastest, 9 most), the tens pick a variant\n"
+     "  -f, --force        overwrite OUT if it exists\n"
+     "IN may be '-' for standard input and OUT '-' for standard output. The output is\n"
+     "written to a temporary file next to OUT and renamed when complete.\n",
+     RunGzip},
     {"version", "", "print the library name, version and build date (also --version)", "",
      RunVersion},
 };

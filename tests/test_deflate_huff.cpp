@@ -1,0 +1,191 @@
+// Deflate Huffman coding: against a bit-at-a-time reference built from RFC 1951's base
+// tables, in one call and split, around the vector path, with the pending bits handed over;
+// nothing written past the final index; a fixed block that a peer inflates.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "deflate/deflate.hpp"
+#include "deflate_support.hpp"
+#include "support.hpp"
+#include "zyrdc.h"
+
+namespace {
+
+using zyrdc::test::kDistBase;
+using zyrdc::test::kLengthBase;
+int LengthExtra(int c) { return c < 8 || c == 28 ? 0 : c / 4 - 1; }
+int DistExtra(int d) { return d < 4 ? 0 : d / 2 - 1; }
+
+struct Bits {
+    std::vector<uint8_t> bytes;
+    uint32_t pending = 0, count = 0;
+    void Put(uint32_t v, int n) {
+        for (int i = 0; i < n; ++i) {
+            pending |= ((v >> i) & 1) << count;
+            if (++count == 8) {
+                bytes.push_back(static_cast<uint8_t>(pending));
+                pending = count = 0;
+            }
+        }
+    }
+};
+
+struct Streams {
+    std::vector<uint8_t> lit;
+    std::vector<uint16_t> dist;
+    std::vector<HuffCodeEntry> litCodes, distCodes;
+};
+
+Bits Reference(const Streams& s, size_t from, size_t to, uint32_t pending, uint32_t count) {
+    Bits b;
+    b.Put(pending, static_cast<int>(count));
+    for (size_t i = from; i < to; ++i) {
+        const uint32_t d = s.dist[i];
+        if (d == 0) {
+            b.Put(s.litCodes[s.lit[i]].code, s.litCodes[s.lit[i]].len);
+            continue;
+        }
+        const uint32_t len = s.lit[i] + 3u;
+        const int c = zyrdc::test::LengthCode(len);
+        b.Put(s.litCodes[257 + c].code, s.litCodes[257 + c].len);
+        b.Put(len - kLengthBase[c], LengthExtra(c));
+        const int dc = zyrdc::test::DistanceCode(d);
+        b.Put(s.distCodes[dc].code, s.distCodes[dc].len);
+        b.Put(d - kDistBase[dc], DistExtra(dc));
+    }
+    return b;
+}
+
+// Random codes (any bit pattern below 2^len, lengths 0..15) and entries, a third matches.
+Streams RandomStreams(size_t n, std::mt19937& rng) {
+    Streams s;
+    for (int i = 0; i < 286 + 30; ++i) {
+        const uint16_t len = static_cast<uint16_t>(rng() % 16);
+        (i < 286 ? s.litCodes : s.distCodes)
+            .push_back({static_cast<uint16_t>(rng() & ((1u << len) - 1)), len});
+    }
+    for (size_t i = 0; i < n; ++i) {
+        s.lit.push_back(static_cast<uint8_t>(rng()));
+        s.dist.push_back(rng() % 3 ? 0
+                                   : static_cast<uint16_t>(1 + (rng() % 4 ? rng() % 300 : rng() % 32768)));
+    }
+    return s;
+}
+
+// Codes s[0..n) through the exported function in the pieces given by cuts, from dstIdx `at`
+// of a buffer full of 0xA5, and checks bytes, pending bits, index and the untouched rest.
+void CheckAgainstReference(const Streams& s, const std::vector<size_t>& cuts, uint32_t pending,
+                           uint32_t count, uint32_t at) {
+    const size_t n = s.lit.size();
+    // One unused entry more, so that no stream pointer is null even without entries.
+    std::vector<uint8_t> lit = s.lit;
+    std::vector<uint16_t> dist = s.dist;
+    lit.push_back(0);
+    dist.push_back(0);
+    std::vector<uint8_t> dst(at + 6 * n + 8, 0xA5);
+    uint16_t code = static_cast<uint16_t>(pending);
+    uint32_t bits = count, idx = at;
+    size_t from = 0;
+    for (size_t cut : cuts) {
+        ASSERT_EQ(zyrsDeflateHuff_8u(lit.data() + from, dist.data() + from, static_cast<uint32_t>(cut - from),
+                                     &code, &bits, s.litCodes.data(), s.distCodes.data(), dst.data(), &idx),
+                  StatusOk);
+        ASSERT_LT(bits, 8u);
+        from = cut;
+    }
+    const Bits want = Reference(s, 0, n, pending, count);
+    ASSERT_EQ(idx, at + want.bytes.size()) << n;
+    ASSERT_TRUE(std::equal(want.bytes.begin(), want.bytes.end(), dst.begin() + at)) << n;
+    EXPECT_EQ(code, want.pending);
+    EXPECT_EQ(bits, want.count);
+    EXPECT_EQ(std::count(dst.begin() + idx, dst.end(), 0xA5), static_cast<ptrdiff_t>(dst.size() - idx))
+        << "written past the final index, n = " << n;
+}
+
+// Below 2048 entries a call takes the entry-by-entry path, from 2048 on the vector path; both
+// must leave what the reference leaves, however the entries are split into calls.
+TEST(DeflateHuff, MatchesReferenceWholeAndSplitAroundTheVectorPath) {
+    std::mt19937 rng(21);
+    for (size_t n : {0u, 1u, 7u, 8u, 9u, 100u, 511u, 512u, 513u, 2047u, 2048u, 2049u, 6000u, 40000u}) {
+        const Streams s = RandomStreams(n, rng);
+        for (uint32_t count : {0u, 3u, 15u}) {
+            const uint32_t pending = static_cast<uint32_t>(rng()) & ((1u << count) - 1);
+            CheckAgainstReference(s, {n}, pending, count, static_cast<uint32_t>(rng() % 5));
+            CheckAgainstReference(s, zyrdc::test::RandomCuts(n, 6, rng), pending, count, 3);
+        }
+    }
+}
+
+// One row per documented edge: no entries with 10 pending bits; the longest match at the
+// farthest distance (symbol 285 without extra bits, distance code 29 with 8191 in 13 bits);
+// codes that fill the 32-bit accumulator exactly and then overflow it. Then null pointers.
+TEST(DeflateHuff, EdgeCases) {
+    std::vector<HuffCodeEntry> lit(286, {0, 0}), dist(30, {0, 0});
+    lit['A'] = {0x1F, 5};
+    lit[285] = {0x5, 3};
+    dist[29] = {0x2, 2};
+    lit['B'] = {0x7FFF, 15};
+    struct Row {
+        std::vector<uint8_t> lit;
+        std::vector<uint16_t> dist;
+        uint16_t pending;
+        uint32_t count;
+    } rows[] = {
+        {{}, {}, 0x3FF, 10},
+        {{255}, {32768}, 0, 0},
+        {{'B', 'B', 'A', 'B'}, {0, 0, 0, 0}, 0x3, 2},  // 2 + 15 + 15 = 32, then 5 and 15 more
+    };
+    for (const Row& r : rows) {
+        const Streams s{r.lit, r.dist, lit, dist};
+        CheckAgainstReference(s, {r.lit.size()}, r.pending, r.count, 1);
+    }
+    uint8_t byte = 0, out[8];
+    uint16_t zero = 0, code = 0;
+    uint32_t bits = 0, idx = 0;
+    EXPECT_EQ(zyrsDeflateHuff_8u(nullptr, &zero, 1, &code, &bits, lit.data(), dist.data(), out, &idx),
+              StatusNullPointer);
+    EXPECT_EQ(zyrsDeflateHuff_8u(&byte, &zero, 1, &code, &bits, lit.data(), nullptr, out, &idx),
+              StatusNullPointer);
+    EXPECT_EQ(zyrsDeflateHuff_8u(&byte, &zero, 1, &code, &bits, lit.data(), dist.data(), out, nullptr),
+              StatusNullPointer);
+    const Bits longest = Reference({{255}, {32768}, lit, dist}, 0, 1, 0, 0);
+    EXPECT_EQ(longest.count, 3 + 2 + 13 - 16u);
+    EXPECT_EQ(longest.bytes,
+              (std::vector<uint8_t>{0x5 | 0x2 << 3 | (8191 & 7) << 5, 0xFF}));  // 8191 >> 3, low byte
+}
+
+// A fixed-code block (header bits as the pending bits, the body from matcher output, then the
+// 7-bit end-of-block code) decodes with the peer, on both sides of the vector path.
+TEST(DeflateHuff, FixedBlockInflatesWithPeer) {
+    if (!zyrdc::test::HavePeerInflate())
+        GTEST_SKIP() << "neither zlib nor libdeflate is installed for this build";
+    const auto data = zyrdc::test::VariedData(30000, 9);
+    std::vector<uint8_t> lit(4096);
+    std::vector<uint16_t> dist(4096);
+    std::vector<int32_t> head(32768, -32768), prev(32768, -32768);
+    HuffCodeEntry lf[286] = {}, df[30] = {};
+    const uint8_t* src = data.data();
+    int32_t len = static_cast<int32_t>(data.size()), idx = 0, room = 4096;
+    ASSERT_EQ(zyrsDeflateLZ77_8u(&src, &len, &idx, src, 32768, head.data(), prev.data(), 32768, lf, df,
+                                 lit.data(), dist.data(), &room, 6, 2),
+              StatusOk);
+    const auto litCodes = zyrdc::test::FixedLitCodes(), distCodes = zyrdc::test::FixedDistCodes();
+    for (uint32_t n : {2047u, 2048u}) {
+        std::vector<uint8_t> out(6 * n + 8);
+        uint16_t code = 0x3;  // BFINAL 1, BTYPE 01
+        uint32_t bits = 3, at = 0;
+        ASSERT_EQ(zyrsDeflateHuff_8u(lit.data(), dist.data(), n, &code, &bits, litCodes.data(),
+                                     distCodes.data(), out.data(), &at),
+                  StatusOk);
+        out.resize(at + (bits + 7 + 7) / 8);  // the end-of-block code is seven zero bits
+        out[at] = static_cast<uint8_t>(code);
+        if (out.size() > at + 1) out[at + 1] = 0;
+        std::vector<uint8_t> want;
+        ASSERT_TRUE(zyrdc::test::Expand(lit.data(), dist.data(), n, want));
+        EXPECT_EQ(zyrdc::test::PeerInflate(out, want.size()), want) << n;
+    }
+}
+
+}  // namespace
