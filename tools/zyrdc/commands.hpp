@@ -23,5 +23,7 @@ void PrintCommandHelp(const Command& command);
 int RunVersion(const Command& self, std::span<char* const> args);
 int RunSum(const Command& self, std::span<char* const> args);
 int RunBench(const Command& self, std::span<char* const> args);
+int RunLzop(const Command& self, std::span<char* const> args);
+int RunLzss(const Command& self, std::span<char* const> args);
 
 }  // namespace zyrdc::tool
