@@ -141,13 +141,14 @@ inline void MatchExact(uint8_t* op, size_t dist, size_t n) {
         }
     }
     for (; i < n; ++i) {
-        op[i] = op[i - dist];
+        op[i] = m[i];
     }
 }
 
 inline void MatchBytewise(uint8_t* op, size_t dist, size_t n) {
+    const uint8_t* m = op - dist;
     for (size_t i = 0; i < n; ++i) {
-        op[i] = op[i - dist];
+        op[i] = m[i];
     }
 }
 

@@ -233,8 +233,8 @@ after_match:  // `trailing` literals (0..3) follow the instruction just decoded
             if (kChecked && dist > behind()) {
                 return kFail;
             }
-            op[0] = op[0 - dist];
-            op[1] = op[1 - dist];
+            op[0] = *(op - dist);  // one byte at a time: the distance may be 1
+            op[1] = *(op + 1 - dist);
             op += 2;
             trailing = t & 3;
             goto after_match;
@@ -282,8 +282,8 @@ after_match:  // `trailing` literals (0..3) follow the instruction just decoded
         if (kChecked && (dist > behind() || outLeft() < 2)) {
             return kFail;
         }
-        op[0] = op[0 - dist];
-        op[1] = op[1 - dist];
+        op[0] = *(op - dist);  // one byte at a time: the distance may be 1
+        op[1] = *(op + 1 - dist);
         op += 2;
         trailing = t & 3;
         goto after_match;

@@ -32,6 +32,9 @@ struct Decoder {
                 from = 0;
             }
         }
+        if (n == 0) {
+            return op;
+        }
         // The rest from the output itself; an overlap repeats the pattern.
         const uint8_t* m = op - dist;
         if (dist >= n) {
