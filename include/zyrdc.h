@@ -260,11 +260,28 @@ ZYRDC_API ZyrStatus zyrsEncodeLZ4Fast_8u(const uint8_t* pSrc, int32_t srcLen, ui
 /* LZO1X decoding                                                                      */
 /* ---------------------------------------------------------------------------------- */
 
-/* Decodes a plain LZO1X stream or a segmented container with every access checked;
- * malformed input: CorruptStream. *pDstLen: capacity in, bytes decoded out. */
+/* Both decoders take a plain LZO1X stream (one or more concatenated streams, each closed by
+ * the end marker 0x11 0x00 0x00) or a segmented container: 0x55, n (1..32), n ^ 0x55, the
+ * total decoded length T (32-bit little-endian), the coded sizes of segments 0..n-2, then
+ * the segments; segment i decodes to offset i * (T / n) with room T / n (the last one
+ * T / n + T % n), so the destination must hold T bytes and *pDstLen is not read for it.
+ * In order: an empty source, or one that begins with the end marker, decodes to 0 bytes
+ * (nothing after the marker is read); a source passing the container test (header fields
+ * consistent and segment 0 ending with the end marker) is a container, every other source
+ * a plain stream, whatever it looks like. A failing segment makes the call fail, the other
+ * segments are still decoded; a short segment leaves a gap (*pDstLen is the sum of the
+ * segments' lengths). A stream's first literal run must be followed by an ordinary match
+ * (an instruction byte of 16 or more). */
+
+/* Checked: every read and write bounds-checked; malformed input, or a destination too
+ * small for a plain stream: CorruptStream, count unwritten. *pDstLen: capacity in, bytes
+ * decoded out. Wide copies may store up to 15 bytes past the decoded length, inside the
+ * capacity. */
 ZYRDC_API ZyrStatus zyrsDecodeLZOSafe_8u(const uint8_t* pSrc, uint32_t srcLen, uint8_t* pDst,
     uint32_t* pDstLen);
-/* As zyrsDecodeLZOSafe_8u, but a plain stream is trusted: no capacity, no checks. */
+/* As zyrsDecodeLZOSafe_8u, but a plain stream is trusted: *pDstLen is only written, the
+ * caller guarantees room for the decoded bytes (nothing is stored past them) and a damaged
+ * stream is undefined behaviour. Containers are decoded with checks, as above. */
 ZYRDC_API ZyrStatus zyrsDecodeLZO_8u(const uint8_t* pSrc, uint32_t srcLen, uint8_t* pDst,
     uint32_t* pDstLen);
 
