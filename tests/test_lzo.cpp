@@ -35,7 +35,7 @@ Bytes Str(const char* s) { return Bytes(s, s + std::strlen(s)); }
 // holds `cap` bytes. Returns the status, and the output in *out on success.
 ZyrStatus Guarded(Decoder fn, const Bytes& src, size_t cap, Bytes* out) {
     GuardedBuffer in(src.size()), dst(cap);
-    in.fill(src);
+    if (!src.empty()) in.fill(src);  // fill() would pass memcpy a null source
     uint32_t len = static_cast<uint32_t>(cap);
     const ZyrStatus s = fn(in.data(), static_cast<uint32_t>(src.size()), dst.data(), &len);
     if (s == StatusOk) out->assign(dst.data(), dst.data() + len);
