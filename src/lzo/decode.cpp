@@ -87,43 +87,29 @@ ZyrStatus Decode(const uint8_t* src, size_t srcLen, uint8_t* dst, size_t cap, si
     const auto behind = [&] { return static_cast<size_t>(op - dst); };
     size_t t = 0, len = 0, dist = 0, trailing = 0, extension = 0;
     uint32_t pair = 0;
+    bool atStart = true;  // no match yet in the current stream
 
 stream_start:
     if (kChecked && ip == ipEnd) {
         return kFail;
     }
     t = *ip++;
-    if (t >= 16) {
-        if (kChecked && t == 16) {
-            return kFail;  // would be a run of -1 literals
-        }
-        len = t - 17;
-    } else if (t == 0) {
-        if (!ReadLengthExtension<kChecked>(ip, ipEnd, extension)) {
-            return kFail;
-        }
-        len = 18 + extension;
-    } else {
-        len = t + 3;
-    }
-    if (kChecked && (len > inLeft() || len > outLeft())) {
-        return kFail;
-    }
-    Copy::Literals(op, ip, len, inLeft(), outLeft());
-    op += len;
-    ip += len;
-    if (kChecked && ip == ipEnd) {
-        return kFail;
-    }
-    t = *ip++;
+    atStart = true;
     if (t < 16) {
-        // The first literal run of a stream must be followed by a match. A trusted stream
-        // is taken as it would be after any other literal run.
-        if (kChecked) {
-            return kFail;
-        }
-        goto short_match_after_run;
+        goto literal_run;
     }
+    if (kChecked && t == 16) {
+        return kFail;  // would be a run of -1 literals
+    }
+    len = t - 17;
+    if (!kChecked && len >= 1 && len <= 3) {
+        // A trusted stream opening with 1..3 literals is read as liblzo2 reads it: as
+        // literals trailing a match, after which a byte below 16 is a 2-byte match.
+        trailing = len;
+        atStart = false;
+        goto after_match;
+    }
+    goto copy_run;
 
 match:  // t >= 16
     if (kFastBlocks && inFastRegion()) {
@@ -305,6 +291,7 @@ literal_run:  // t < 16
     } else {
         len = t + 3;
     }
+copy_run:
     if (kChecked && (len > inLeft() || len > outLeft())) {
         return kFail;
     }
@@ -316,10 +303,19 @@ literal_run:  // t < 16
     }
     t = *ip++;
     if (t >= 16) {
+        atStart = false;
         goto match;
     }
+    if (atStart) {
+        // The first literal run of a stream must be followed by a match. A trusted stream
+        // is taken as it would be after any other literal run.
+        if (kChecked) {
+            return kFail;
+        }
+        atStart = false;
+    }
 
-short_match_after_run:  // t < 16: a 3-byte match 2049..3072 back
+    // t < 16: a 3-byte match 2049..3072 back.
     if (kChecked && ip == ipEnd) {
         return kFail;
     }
