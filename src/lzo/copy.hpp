@@ -48,7 +48,11 @@ inline uint64_t RepeatPattern8(const uint8_t* m, size_t d) {
 
 // ---- non-overlapping copies (literal runs, matches at a distance of at least n) ---------
 
-// Exactly n bytes, in units that may overlap each other but never pass s + n or d + n.
+// Exactly n bytes, never past s + n or d + n: whole units, the last one placed to end at
+// d + n where n is no sum of two units. Units that overlap cost a load later: a match that
+// soon reads those bytes again (records of a fixed size, say) finds two stores under one
+// of its loads and waits for both to reach the cache instead of taking the data from the
+// store buffer. So lengths of 4, 8 and 12 are tiled exactly.
 inline void CopyExact(uint8_t* d, const uint8_t* s, size_t n) {
     if (n >= 16) {
         size_t i = 0;
@@ -58,7 +62,11 @@ inline void CopyExact(uint8_t* d, const uint8_t* s, size_t n) {
         Copy16(d + n - 16, s + n - 16);
     } else if (n >= 8) {
         Copy8(d, s);
-        Copy8(d + n - 8, s + n - 8);
+        if (n == 12) {
+            Copy4(d + 8, s + 8);
+        } else {
+            Copy8(d + n - 8, s + n - 8);
+        }
     } else if (n >= 4) {
         Copy4(d, s);
         Copy4(d + n - 4, s + n - 4);
@@ -131,14 +139,27 @@ inline void MatchExact(uint8_t* op, size_t dist, size_t n) {
         std::memset(op, m[0], n);
         return;
     }
-    size_t i = 0;
-    if (n >= 8) {
-        // op[0..8) is inside the copy, so RepeatPattern8 may read it before it is written.
-        store_u64le(op, RepeatPattern8(m, dist));
-        const size_t period = kPeriodAtLeast8[dist];
-        for (i = 8; i + 8 <= n; i += 8) {
-            Copy8(op + i, op + i - period);
+    if (n < 8) {
+        for (size_t i = 0; i < n; ++i) {
+            op[i] = m[i];
         }
+        return;
+    }
+    // op[0..8) is inside the copy, so RepeatPattern8 may read it before it is written.
+    store_u64le(op, RepeatPattern8(m, dist));
+    const size_t period = kPeriodAtLeast8[dist];
+    size_t i = 8;
+    for (; i + 8 <= n; i += 8) {
+        Copy8(op + i, op + i - period);
+    }
+    if (i == n) {
+        return;
+    }
+    if (n + dist >= 8 + period) {
+        // A last unit ending at op + n reads from op + n - 8 - period on, which is no
+        // earlier than op - dist: inside the pattern.
+        Copy8(op + n - 8, op + n - 8 - period);
+        return;
     }
     for (; i < n; ++i) {
         op[i] = m[i];
