@@ -86,6 +86,33 @@ inline void CopyBytewise(uint8_t* d, const uint8_t* s, size_t n) {
 
 // ---- matches: op[i] = op[i - dist] for i in 0..n, in increasing order -------------------
 
+// Bytes 0..n (n = 1..15) of m, read in units of 8, 4, 2 and 1 bytes from the start and
+// never past m + n, into one vector. A source this close was stored moments ago; a load
+// is served from the store buffer only when a single earlier store covers it, and these
+// units fall inside the single 16-byte store that wrote a match (a 16-byte load would also
+// take in the literals stored after it, and wait).
+inline __m128i LoadUnits(const uint8_t* m, size_t n) {
+    const size_t base = n & 8;
+    uint64_t part = 0;
+    unsigned at = 0;  // bits filled in `part`
+    if (n & 4) {
+        part = load_u32le(m + base);
+        at = 32;
+    }
+    if (n & 2) {
+        part |= uint64_t{load_u16le(m + base + at / 8)} << at;
+        at += 16;
+    }
+    if (n & 1) {
+        part |= uint64_t{m[base + at / 8]} << at;
+    }
+    const __m128i tail = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&part));
+    if (base == 0) {
+        return tail;
+    }
+    return _mm_unpacklo_epi64(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(m)), tail);
+}
+
 // Whole units with overshoot: needs kWildSlack bytes of room past op + n.
 inline void MatchWide(uint8_t* op, size_t dist, size_t n) {
     const uint8_t* m = op - dist;
@@ -101,6 +128,10 @@ inline void MatchWide(uint8_t* op, size_t dist, size_t n) {
         // Bytes this close were written moments ago and may still sit in the store buffer:
         // loads that cover exactly the source (no neighbours) can be served from there.
         CopyExact(op, m, n);
+        return;
+    }
+    if (dist >= n) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(op), LoadUnits(m, n));
         return;
     }
     // Distances below 16 overlap a 16-byte unit: lay down the first 16 bytes of the
