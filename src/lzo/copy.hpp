@@ -158,14 +158,6 @@ inline void MatchExact(uint8_t* op, size_t dist, size_t n) {
         CopyExact(op, m, n);
         return;
     }
-    if (dist >= 8) {
-        size_t i = 0;
-        for (; i + 8 < n; i += 8) {
-            Copy8(op + i, m + i);
-        }
-        Copy8(op + n - 8, m + n - 8);
-        return;
-    }
     if (dist == 1) {
         std::memset(op, m[0], n);
         return;
@@ -176,20 +168,35 @@ inline void MatchExact(uint8_t* op, size_t dist, size_t n) {
         }
         return;
     }
-    // op[0..8) is inside the copy, so RepeatPattern8 may read it before it is written.
-    store_u64le(op, RepeatPattern8(m, dist));
-    const size_t period = kPeriodAtLeast8[dist];
+    // The first 8 bytes of the pattern (RepeatPattern8 may read op[0..8) before it is
+    // written: those bytes are inside the copy), then units reading a multiple of the
+    // period back; a last unit ending at op + n when it still reads inside the pattern
+    // (from op - dist on), single bytes otherwise.
+    store_u64le(op, dist >= 8 ? load_u64le(m) : RepeatPattern8(m, dist));
+    const size_t period8 = kPeriodAtLeast8[dist];
     size_t i = 8;
+    if (n >= 16) {
+        Copy8(op + 8, op + 8 - period8);
+        const size_t period16 = kPeriodAtLeast16[dist];
+        for (i = 16; i + 16 <= n; i += 16) {
+            Copy16(op + i, op + i - period16);
+        }
+        if (i == n) {
+            return;
+        }
+        if (n + dist >= 16 + period16) {
+            Copy16(op + n - 16, op + n - 16 - period16);
+            return;
+        }
+    }
     for (; i + 8 <= n; i += 8) {
-        Copy8(op + i, op + i - period);
+        Copy8(op + i, op + i - period8);
     }
     if (i == n) {
         return;
     }
-    if (n + dist >= 8 + period) {
-        // A last unit ending at op + n reads from op + n - 8 - period on, which is no
-        // earlier than op - dist: inside the pattern.
-        Copy8(op + n - 8, op + n - 8 - period);
+    if (n + dist >= 8 + period8) {
+        Copy8(op + n - 8, op + n - 8 - period8);
         return;
     }
     for (; i < n; ++i) {
