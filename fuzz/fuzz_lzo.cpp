@@ -49,11 +49,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint8_t* p = data + 2;
     const size_t n = size - 2;
     // Capacities up to 64 KiB, sometimes too small for the stream.
-    const uint32_t cap = (uint32_t{data[1]} << 8 | knob) & 0xFFFF;
+    const uint32_t capacity = (uint32_t{data[1]} << 8 | knob) & 0xFFFF;
     std::vector<uint8_t> src(p, p + n);
     if (knob & 1) {
-        src = AsContainer(p, n, 1 + (knob >> 1) % 32, cap);
+        src = AsContainer(p, n, 1 + (knob >> 1) % 32, capacity);
         Check(zyrdc::lzo::IsContainer(src.data(), src.size()));
+    }
+    // A container is decoded into the T bytes its header names, whatever the capacity: the
+    // caller provides them. Give exactly that many (within reason).
+    uint32_t cap = capacity;
+    if (zyrdc::lzo::IsContainer(src.data(), src.size())) {
+        cap = zyrdc::load_u32le(src.data() + 3);
+        if (cap > (1u << 20)) return 0;
     }
     // new[] of exactly cap bytes, even 0, so that any write past them is caught.
     const std::unique_ptr<uint8_t[]> dst(new uint8_t[cap]), twin(new uint8_t[cap]);

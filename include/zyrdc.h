@@ -271,7 +271,9 @@ ZYRDC_API ZyrStatus zyrsEncodeLZ4Fast_8u(const uint8_t* pSrc, int32_t srcLen, ui
  * a plain stream, whatever it looks like. A failing segment makes the call fail, the other
  * segments are still decoded; a short segment leaves a gap (*pDstLen is the sum of the
  * segments' lengths). A stream's first literal run must be followed by an ordinary match
- * (an instruction byte of 16 or more). */
+ * (an instruction byte of 16 or more).
+ * The container's T is believed by both decoders: before decoding an untrusted source
+ * whose first bytes are 0x55, n (1..32), n ^ 0x55, make sure pDst holds the T that follows. */
 
 /* Checked: every read and write bounds-checked; malformed input, or a destination too
  * small for a plain stream: CorruptStream, count unwritten. *pDstLen: capacity in, bytes
