@@ -125,12 +125,6 @@ inline void MatchWide(uint8_t* op, size_t dist, size_t n) {
         return;
     }
     if (dist >= n) {
-        // Bytes this close were written moments ago and may still sit in the store buffer:
-        // loads that cover exactly the source (no neighbours) can be served from there.
-        CopyExact(op, m, n);
-        return;
-    }
-    if (dist >= n) {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(op), LoadUnits(m, n));
         return;
     }
