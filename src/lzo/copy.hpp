@@ -125,6 +125,7 @@ inline void MatchWide(uint8_t* op, size_t dist, size_t n) {
         return;
     }
     if (dist >= n) {
+        // Close, yet no overlap: the source in units, the copy in one store.
         _mm_storeu_si128(reinterpret_cast<__m128i*>(op), LoadUnits(m, n));
         return;
     }
