@@ -40,8 +40,8 @@ constexpr ZyrStatus kFail = StatusCorruptStream;
 // source runs out; no destination holds such a run, so longer zero runs are refused.
 constexpr size_t kMaxZeroBytes = (SIZE_MAX - 512) / 255;
 
-// Reads the z zero bytes and the byte e that extend a length field; returns 255 z + e.
-// Checked: fails (returns false) if the bytes run past ipEnd or z is absurd.
+// Reads the z zero bytes and the byte e that extend a length field into extension = 255 z + e.
+// Checked: false if the bytes run past ipEnd or z is absurd.
 template <bool kChecked>
 inline bool ReadLengthExtension(const uint8_t*& ip, const uint8_t* ipEnd, size_t& extension) {
     const uint8_t* const start = ip;
