@@ -49,10 +49,10 @@ inline uint64_t RepeatPattern8(const uint8_t* m, size_t d) {
 // ---- non-overlapping copies (literal runs, matches at a distance of at least n) ---------
 
 // Exactly n bytes, never past s + n or d + n: whole units, the last one placed to end at
-// d + n where n is no sum of two units. Units that overlap cost a load later: a match that
-// soon reads those bytes again (records of a fixed size, say) finds two stores under one
-// of its loads and waits for both to reach the cache instead of taking the data from the
-// store buffer. So lengths of 4, 8 and 12 are tiled exactly.
+// d + n, overlapping the one before it. (Overlapping stores cost a later load that spans
+// them, such as a match a record back in data of fixed-size records: it cannot be served
+// from the store buffer. Tiling exactly would cost a branch on the length in every copy,
+// more than it saves on text.)
 inline void CopyExact(uint8_t* d, const uint8_t* s, size_t n) {
     if (n >= 16) {
         size_t i = 0;
@@ -62,11 +62,7 @@ inline void CopyExact(uint8_t* d, const uint8_t* s, size_t n) {
         Copy16(d + n - 16, s + n - 16);
     } else if (n >= 8) {
         Copy8(d, s);
-        if (n == 12) {
-            Copy4(d + 8, s + 8);
-        } else {
-            Copy8(d + n - 8, s + n - 8);
-        }
+        Copy8(d + n - 8, s + n - 8);
     } else if (n >= 4) {
         Copy4(d, s);
         Copy4(d + n - 4, s + n - 4);
