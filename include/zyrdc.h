@@ -106,9 +106,42 @@ typedef struct InflateHuffTable {
     uint16_t tables[3584];
 } InflateHuffTable;       /* 7208 bytes */
 
-/* LZSS coder state, used by either direction; obtain its size from zyrsLZSSGetSize_8u
- * and place it in suitably aligned caller memory. */
-typedef struct LzssState LzssState;
+/* LZSS coder state, used by either direction: 327724 bytes in the i686 build; in the
+ * x86-64 build the pointer fields are 8 bytes wide and the record is 327744 bytes
+ * (zyrsLZSSGetSize_8u reports the build's true size). Place it in memory aligned for a
+ * pointer and set it up with zyrsEncodeLZSSInit_8u or zyrsDecodeLZSSInit_8u; the init
+ * points the record's pointer fields into the record itself, so a record is not moved or
+ * copied while a stream is under way. The two directions view the first bytes differently. */
+typedef struct LzssEncoderFields {
+    const uint16_t* pHashTables; /* three tables of 256 15-bit values (library constants) */
+    int32_t* pChain;             /* 32768 earlier positions, indexed by position & 0x7FFF */
+    int32_t* pHead;              /* 32768 latest positions, indexed by hash value */
+    uint8_t* pHistory;           /* 65536-byte history buffer */
+    int32_t historyDisp;         /* added to a position: its index in the history buffer */
+    int32_t position;            /* position of the next input byte, counted from 0 */
+    int32_t bitCount;            /* output bits pending in bitAcc */
+    uint32_t bitAcc[2];          /* the pending bits, left-aligned; high word first */
+} LzssEncoderFields;
+typedef struct LzssDecoderFields {
+    uint32_t windowPos;          /* index in the window for the next byte decoded */
+    uint32_t windowFill;         /* bytes held in the window, at most 32768 */
+    uint32_t totalOut;           /* bytes decoded since init, modulo 2^32 */
+    uint8_t* pWindow;            /* the last 32768 bytes decoded (circular) */
+    int32_t bitCount;            /* input bits held in bitAcc */
+    uint32_t bitAcc;             /* the held bits, left-aligned */
+    int32_t pendingLength;       /* bytes of a match still to write (the destination filled) */
+    int32_t pendingDistance;     /* and its distance */
+} LzssDecoderFields;
+typedef struct LzssState {
+    union {
+        LzssEncoderFields enc;
+        LzssDecoderFields dec;   /* the window is the start of history[] */
+    } fields;
+    int32_t chain[32768];
+    int32_t head[32768];
+    uint8_t history[65536];
+    uint8_t reserved[8];         /* keeps the record at its published size */
+} LzssState;
 
 /* ZFP stream state: 560 bytes in the i686 build; in the x86-64 build the four pointer
  * fields are 8 bytes wide and the record is 576 bytes (the size queries report the
@@ -227,11 +260,30 @@ ZYRDC_API ZyrStatus zyrsEncodeLZ4Fast_8u(const uint8_t* pSrc, int32_t srcLen, ui
 /* LZO1X decoding                                                                      */
 /* ---------------------------------------------------------------------------------- */
 
-/* Decodes a plain LZO1X stream or a segmented container with every access checked;
- * malformed input: CorruptStream. *pDstLen: capacity in, bytes decoded out. */
+/* Both decoders take a plain LZO1X stream (one or more concatenated streams, each closed by
+ * the end marker 0x11 0x00 0x00) or a segmented container: 0x55, n (1..32), n ^ 0x55, the
+ * total decoded length T (32-bit little-endian), the coded sizes of segments 0..n-2, then
+ * the segments; segment i decodes to offset i * (T / n) with room T / n (the last one
+ * T / n + T % n), so the destination must hold T bytes and *pDstLen is not read for it.
+ * In order: an empty source, or one that begins with the end marker, decodes to 0 bytes
+ * (nothing after the marker is read); a source passing the container test (header fields
+ * consistent and segment 0 ending with the end marker) is a container, every other source
+ * a plain stream, whatever it looks like. A failing segment makes the call fail, the other
+ * segments are still decoded; a short segment leaves a gap (*pDstLen is the sum of the
+ * segments' lengths). A stream's first literal run must be followed by an ordinary match
+ * (an instruction byte of 16 or more).
+ * The container's T is believed by both decoders: before decoding an untrusted source
+ * whose first bytes are 0x55, n (1..32), n ^ 0x55, make sure pDst holds the T that follows. */
+
+/* Checked: every read and write bounds-checked; malformed input, or a destination too
+ * small for a plain stream: CorruptStream, count unwritten. *pDstLen: capacity in, bytes
+ * decoded out. Wide copies may store up to 15 bytes past the decoded length, inside the
+ * capacity. */
 ZYRDC_API ZyrStatus zyrsDecodeLZOSafe_8u(const uint8_t* pSrc, uint32_t srcLen, uint8_t* pDst,
     uint32_t* pDstLen);
-/* As zyrsDecodeLZOSafe_8u, but a plain stream is trusted: no capacity, no checks. */
+/* As zyrsDecodeLZOSafe_8u, but a plain stream is trusted: *pDstLen is only written, the
+ * caller guarantees room for the decoded bytes (nothing is stored past them) and a damaged
+ * stream is undefined behaviour. Containers are decoded with checks, as above. */
 ZYRDC_API ZyrStatus zyrsDecodeLZO_8u(const uint8_t* pSrc, uint32_t srcLen, uint8_t* pDst,
     uint32_t* pDstLen);
 
@@ -239,19 +291,33 @@ ZYRDC_API ZyrStatus zyrsDecodeLZO_8u(const uint8_t* pSrc, uint32_t srcLen, uint8
 /* LZSS (the library's own bit format, 32 KB window), resumable                        */
 /* ---------------------------------------------------------------------------------- */
 
-/* Writes the size of an LzssState record (327724 bytes in the i686 build). */
+/* Token format, most significant bit first into one bit string: a literal is a 1 bit and
+ * the byte (9 bits); a match is a 0 bit, the distance 1..32767 in 15 bits and the length
+ * 3..258 less 3 in 8 bits (24 bits). No header, no end marker: the flush pads with zeros
+ * and the decoder ignores a remainder too short to form a token. */
+
+/* Writes sizeof(LzssState): 327724 in the i686 build. */
 ZYRDC_API ZyrStatus zyrsLZSSGetSize_8u(int32_t* pSize);
 /* Prepares pState for encoding. */
 ZYRDC_API ZyrStatus zyrsEncodeLZSSInit_8u(LzssState* pState);
-/* Codes source into destination, advancing all four in/out values; DstFull when the
- * destination filled (call again with more room). */
+/* Codes source into destination, advancing all four in/out values. *pDstLen of 0 (or
+ * below): DstFull at once; *pSrcLen of 0 (or below): Ok at once. DstFull when the
+ * destination filled (the token that filled it counts as consumed; call again with more
+ * room). Each call codes its last two bytes as literals, so the output depends on where the
+ * input is split; worst case 9 bits per input byte. */
 ZYRDC_API ZyrStatus zyrsEncodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
     int32_t* pDstLen, LzssState* pState);
-/* Writes the pending bits, zero-padded to a byte; flush once at the end of a stream. */
+/* Writes the pending bits, zero-padded to a byte. *pDstLen below 1: BadSize. Ok leaves the
+ * bits in pState, so flush once at the end of a stream (a second flush writes them again);
+ * DstFull (room ran out, also on the last byte) keeps only the bits not yet written. */
 ZYRDC_API ZyrStatus zyrsEncodeLZSSFlush_8u(uint8_t** ppDst, int32_t* pDstLen, LzssState* pState);
 /* Prepares pState for decoding. */
 ZYRDC_API ZyrStatus zyrsDecodeLZSSInit_8u(LzssState* pState);
-/* Decodes until the source is used up (Ok) or the destination is full (DstFull). */
+/* Decodes until the source is used up (Ok) or the destination is full (DstFull, also when
+ * both happen at once), advancing all four in/out values; a match that does not fit is
+ * finished by the next call before it reads any source. *pDstLen below 1: BadSize; a
+ * negative *pSrcLen counts as empty. Distances are not checked against the bytes decoded
+ * so far: one reaching before them reads whatever the window holds. */
 ZYRDC_API ZyrStatus zyrsDecodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
     int32_t* pDstLen, LzssState* pState);
 

@@ -4,7 +4,7 @@
 # against the lz4 tool in both directions, and bwt round trips with the bzip2 program as the
 # oracle of the block CRC, and ZFP volumes against the zfp tool in both directions.
 # usage: cli.sh ZYRDC PYTHON VERSION GROUP   (GROUP: sum | errors | info | bench | lz4 | bwt |
-# zfp | gzip; PYTHON may be empty, which skips the reference checksums and the ZFP checks)
+# zfp | gzip | lzop | lzss; PYTHON may be empty, which skips the reference checksums and the ZFP checks)
 set -u
 ZYRDC=$1 PY=$2 VERSION=$3 GROUP=$4
 T=$(mktemp -d) && trap 'rm -rf "$T"' EXIT
@@ -389,6 +389,69 @@ TABLE
     grep -Eq "^gzip-$level +$T/mixed +[0-9]+ +[0-9.]+ +[0-9.]+ +ok$" "$T/out" ||
       fail "bench: no passing gzip-$level row: $(cat "$T/out")"
   done
+  ;;
+lzop)
+  # Files written by the lzop tool, the oracle: every level, both checksum kinds and none,
+  # several blocks, standard input and output, two members back to back.
+  command -v lzop >/dev/null || { echo "lzop not installed: group skipped"; exit 0; }
+  head -c 700000 /dev/urandom | od -An -tx1 | head -c 900000 >"$T/text"   # several 256 KiB blocks
+  printf 'a' >"$T/one"
+  : >"$T/empty"
+  inputs=("$T/text" "$T/one" "$T/empty" "$T/digits")
+  if [ -n "$PY" ]; then
+    # Incompressible bytes with one 3-byte repeat 2490 back, then text: the best level opens
+    # the block with a 3000-byte run and a short match, which the library refuses alone.
+    "$PY" -c 'import random,sys; r=random.Random(5); b=bytearray(r.randbytes(3000)); b[2990:2993]=b[500:503]; sys.stdout.buffer.write(bytes(b)+b"the cat sat on the mat "*900)' >"$T/opening"
+    inputs+=("$T/opening")
+  fi
+  for input in "${inputs[@]}"; do
+    for opts in "" "-1" "-9" "--crc32" "-F"; do
+      rm -f "$T/z.lzo" "$T/back"
+      lzop -q $opts -c "$input" >"$T/z.lzo" || { fail "lzop $opts $input"; continue; }
+      "$ZYRDC" lzop -d "$T/z.lzo" "$T/back" && cmp -s "$input" "$T/back" ||
+        fail "lzop -d of 'lzop $opts' on $(basename "$input")"
+    done
+  done
+  lzop -q -c <"$T/text" >"$T/z.lzo"
+  "$ZYRDC" lzop -d - - <"$T/z.lzo" >"$T/back" && cmp -s "$T/text" "$T/back" || fail "lzop -d - -"
+  cat "$T/z.lzo" "$T/z.lzo" >"$T/two.lzo"
+  "$ZYRDC" lzop -d -f "$T/two.lzo" "$T/back" && cmp -s <(cat "$T/text" "$T/text") "$T/back" ||
+    fail "two members"
+  # Damage: one line, exit 1, no output left behind.
+  size=$(stat -c %s "$T/z.lzo")
+  cp "$T/z.lzo" "$T/bad.lzo"; printf '\x55' | dd of="$T/bad.lzo" bs=1 seek=$((size / 2)) conv=notrunc 2>/dev/null
+  head -c $((size - 9)) "$T/z.lzo" >"$T/short.lzo"
+  cat "$T/z.lzo" "$T/digits" >"$T/trailing.lzo"
+  for bad in bad short trailing; do
+    rm -f "$T/out"
+    OUT=/dev/null expect_error 1 lzop -d "$T/$bad.lzo" "$T/out"
+    [ ! -e "$T/out" ] || fail "lzop -d $bad.lzo left an output file"
+  done
+  OUT=/dev/null expect_error 1 lzop -d "$T/digits" "$T/out"            # not an lzop file
+  OUT=/dev/null expect_error 1 lzop -d "$T/z.lzo" "$T/back"             # exists, no -f
+  "$ZYRDC" lzop -d -f "$T/z.lzo" "$T/back" || fail "lzop -d -f"
+  OUT=/dev/null expect_error 2 lzop "$T/z.lzo" "$T/out"                 # no -d
+  OUT=/dev/null expect_error 2 lzop -d "$T/z.lzo"
+  ;;
+lzss)
+  head -c 300000 /dev/urandom | od -An -tx1 | head -c 400000 >"$T/text"
+  # Any piece size codes and decodes, through files and pipes; the coded bytes depend on the
+  # piece size when coding, not on the one used to decode.
+  for piece in 1 7 4096 65536 1000000; do
+    "$ZYRDC" lzss --piece "$piece" "$T/text" "$T/z$piece" || fail "lzss --piece $piece"
+    "$ZYRDC" lzss -d -p 3 "$T/z$piece" "$T/back" -f && cmp -s "$T/text" "$T/back" ||
+      fail "lzss round trip, piece $piece"
+  done
+  "$ZYRDC" lzss - - <"$T/text" | "$ZYRDC" lzss -d - - | cmp -s - "$T/text" || fail "lzss through pipes"
+  cmp -s "$T/z65536" <("$ZYRDC" lzss - - <"$T/text") || fail "lzss: default piece is not 65536"
+  [ "$(stat -c %s "$T/z65536")" -lt 300000 ] || fail "lzss did not compress text"
+  : >"$T/empty"
+  "$ZYRDC" lzss "$T/empty" "$T/ze" && [ -e "$T/ze" ] && [ ! -s "$T/ze" ] || fail "lzss of nothing"
+  OUT=/dev/null expect_error 2 lzss --piece 0 "$T/text" "$T/out"
+  OUT=/dev/null expect_error 2 lzss "$T/text"
+  OUT=/dev/null expect_error 1 lzss "$T/text" "$T/back"                 # exists, no -f
+  out=$("$ZYRDC" bench -t 0.01 -p lzss -p lzss-decode "$T/text") || fail "bench lzss rows"
+  [ "$(grep -Ec '^lzss(-decode)? .* ok$' <<<"$out")" -eq 2 ] || fail "bench lzss rows: $out"
   ;;
 *) fail "unknown group $GROUP" ;;
 esac

@@ -27,5 +27,7 @@ int RunLz4(const Command& self, std::span<char* const> args);
 int RunBwt(const Command& self, std::span<char* const> args);
 int RunZfp(const Command& self, std::span<char* const> args);
 int RunGzip(const Command& self, std::span<char* const> args);
+int RunLzop(const Command& self, std::span<char* const> args);
+int RunLzss(const Command& self, std::span<char* const> args);
 
 }  // namespace zyrdc::tool

@@ -30,6 +30,22 @@ constexpr Command kCommands[] = {
      "Writes independent blocks of up to 4 MiB with a content checksum. '-' names standard\n"
      "input or output. On any error OUT is left as it was.\n",
      RunLz4},
+    {"lzop", "-d [-f] IN OUT", "decompress a file written by the lzop tool",
+     "  -d, --decompress  decompress IN (the only direction offered)\n"
+     "  -f, --force       overwrite OUT if it exists\n"
+     "Reads every member of IN, checks the header and the Adler-32 / CRC-32 checksums the\n"
+     "file carries, and decodes its LZO1X blocks. '-' names standard input or output. On\n"
+     "any error OUT is left as it was.\n",
+     RunLzop},
+    {"lzss", "[-d] [-f] [--piece BYTES] IN OUT",
+     "compress or decompress a file in the library's LZSS format",
+     "  -d, --decompress  decompress IN\n"
+     "  -f, --force       overwrite OUT if it exists\n"
+     "  -p, --piece BYTES size of each read and of the output buffer (default 65536);\n"
+     "                    the coded bytes depend on it, any size decodes any file\n"
+     "The format has no header and no checksum: any input decodes to something. '-' names\n"
+     "standard input or output. On any error OUT is left as it was.\n",
+     RunLzss},
     {"bench", "[-t SECONDS] [-p PRIMITIVE]... [FILE|-]...",
      "measure and check every primitive over files or a built-in sample",
      "  -t, --time SECONDS      least time spent timing each primitive (default 0.2)\n"

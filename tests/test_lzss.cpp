@@ -1,0 +1,212 @@
+// LZSS: the record layout of both builds, exact token bytes of small inputs, check orders,
+// the flush and the decoder's pending match at the smallest rooms, round trips split at
+// random points on both sides, and encoder output pinned across builds.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <random>
+#include <vector>
+
+#include "support.hpp"
+#include "zyrdc.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// The published layout: fields in order, pointers as wide as the build's.
+#if defined(__i386__)
+static_assert(sizeof(LzssState) == 327724);
+static_assert(offsetof(LzssState, fields.enc.historyDisp) == 16 && offsetof(LzssState, fields.enc.bitAcc) == 28);
+static_assert(offsetof(LzssState, fields.dec.pWindow) == 12 && offsetof(LzssState, fields.dec.pendingDistance) == 28);
+static_assert(offsetof(LzssState, chain) == 36);
+#else
+static_assert(sizeof(LzssState) == 327744);
+static_assert(offsetof(LzssState, fields.enc.historyDisp) == 32 && offsetof(LzssState, fields.enc.bitAcc) == 44);
+static_assert(offsetof(LzssState, fields.dec.pWindow) == 16 && offsetof(LzssState, fields.dec.pendingDistance) == 36);
+static_assert(offsetof(LzssState, chain) == 56);
+#endif
+static_assert(offsetof(LzssState, history) - offsetof(LzssState, chain) == 2 * 32768 * 4);
+
+struct Coder {
+    std::vector<uint64_t> mem;  // aligned for the record's pointers
+    LzssState* st;
+    explicit Coder(bool encoder) {
+        int32_t size = 0;
+        EXPECT_EQ(zyrsLZSSGetSize_8u(&size), StatusOk);
+        EXPECT_EQ(size, static_cast<int32_t>(sizeof(LzssState)));
+        mem.resize((static_cast<size_t>(size) + 7) / 8);
+        st = reinterpret_cast<LzssState*>(mem.data());
+        EXPECT_EQ(encoder ? zyrsEncodeLZSSInit_8u(st) : zyrsDecodeLZSSInit_8u(st), StatusOk);
+    }
+};
+
+// Codes `in` in calls cut at `srcCuts`, into rooms of 1 to 7 bytes (repeated while the
+// destination fills) when an rng is given, then flushes.
+Bytes Encode(const Bytes& in, const std::vector<size_t>& srcCuts, std::mt19937* rng = nullptr) {
+    Coder c(true);
+    Bytes out(in.size() * 9 / 8 + 16);
+    uint8_t* d = out.data();
+    const uint8_t* s = in.data();
+    for (size_t at = 0, i = 0; i < srcCuts.size(); at = srcCuts[i++]) {
+        int32_t sl = static_cast<int32_t>(srcCuts[i] - at);
+        for (ZyrStatus r = StatusDstFull; r == StatusDstFull;) {
+            int32_t dl = rng ? 1 + static_cast<int32_t>((*rng)() % 7) : static_cast<int32_t>(out.data() + out.size() - d);
+            r = zyrsEncodeLZSS_8u(&s, &sl, &d, &dl, c.st);
+            EXPECT_TRUE(r == StatusOk || (r == StatusDstFull && dl == 0)) << r;
+        }
+        EXPECT_EQ(sl, 0);
+    }
+    for (ZyrStatus r = StatusDstFull; r == StatusDstFull;) {
+        int32_t dl = rng ? 1 : 16;
+        r = zyrsEncodeLZSSFlush_8u(&d, &dl, c.st);
+    }
+    out.resize(static_cast<size_t>(d - out.data()));
+    return out;
+}
+
+Bytes Decode(const Bytes& z, size_t n, std::mt19937& rng, int maxRoom) {
+    Coder c(false);
+    Bytes out(n + 64);
+    uint8_t* d = out.data();
+    const uint8_t* s = z.data();
+    for (int32_t left = static_cast<int32_t>(z.size()); d < out.data() + n;) {
+        int32_t sl = left == 0 ? 0 : 1 + static_cast<int32_t>(rng() % static_cast<uint32_t>(left));
+        int32_t dl = 1 + static_cast<int32_t>(rng() % static_cast<uint32_t>(maxRoom));
+        const int32_t gave = sl;
+        const ZyrStatus r = zyrsDecodeLZSS_8u(&s, &sl, &d, &dl, c.st);
+        EXPECT_TRUE(r == StatusOk || (r == StatusDstFull && dl == 0)) << r;
+        left -= gave - sl;
+        if (left == 0 && r == StatusOk) break;
+    }
+    out.resize(static_cast<size_t>(d - out.data()));
+    return out;
+}
+
+TEST(Lzss, ExactTokensOfSmallInputs) {
+    const struct {
+        size_t n;
+        std::vector<size_t> cuts;
+        Bytes want;
+    } rows[] = {
+        // four literals: position 1 may only look 1 byte ahead
+        {4, {4}, {0xb0, 0xd8, 0x6c, 0x36, 0x10}},
+        // literal, match at distance 1 of 10 - 2 - 1 = 7 bytes, two literals
+        {10, {10}, {0xb0, 0x80, 0x00, 0x82, 0x58, 0x6c, 0x20}},
+        // in calls of 5: five literals, then a match of 3 at distance 3 reaching from the
+        // first call's history into the second call's bytes, then two literals
+        {10, {5, 10}, {0xb0, 0xd8, 0x6c, 0x36, 0x1b, 0x08, 0x00, 0x18, 0x05, 0x86, 0xc2}},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Encode(Bytes(row.n, 'a'), row.cuts), row.want) << row.n << " in " << row.cuts.size();
+    }
+}
+
+// After four equal bytes 4 bits are pending: one byte of room fills (DstFull, bits written),
+// two bytes leave room (Ok, bits kept for a repeated flush).
+TEST(Lzss, FlushRoomOfOneAndTwoBytes) {
+    for (int32_t room : {1, 2}) {
+        Coder c(true);
+        const Bytes in(4, 'a');
+        Bytes out(16);
+        const uint8_t* s = in.data();
+        int32_t sl = 4, dl = 16;
+        uint8_t* d = out.data();
+        ASSERT_EQ(zyrsEncodeLZSS_8u(&s, &sl, &d, &dl, c.st), StatusOk);
+        ASSERT_EQ(dl, 12);
+        dl = room;
+        EXPECT_EQ(zyrsEncodeLZSSFlush_8u(&d, &dl, c.st), room == 1 ? StatusDstFull : StatusOk);
+        EXPECT_EQ(dl, room - 1);
+        EXPECT_EQ(out[4], 0x10);
+        dl = 2;
+        EXPECT_EQ(zyrsEncodeLZSSFlush_8u(&d, &dl, c.st), StatusOk);
+        EXPECT_EQ(dl, room == 1 ? 2 : 1);  // nothing left, or the same byte again
+    }
+}
+
+// A literal and a match of 10 at distance 1, read with one byte of room: the match token is
+// read by the second call, which writes one byte of it; the next call writes the other 9
+// without reading source, and the padding bits after it decode to nothing.
+TEST(Lzss, PendingMatchWithOneByteRoom) {
+    const Bytes z = {0xb0, 0x80, 0x00, 0x83, 0x80};
+    Coder c(false);
+    const uint8_t* s = z.data();
+    int32_t sl = 5;
+    Bytes out(11);
+    uint8_t* d = out.data();
+    const struct {
+        int32_t room;
+        ZyrStatus status;
+        int32_t srcLeft;
+    } calls[] = {{1, StatusDstFull, 2}, {1, StatusDstFull, 0}, {9, StatusDstFull, 0}, {1, StatusOk, 0}};
+    for (const auto& call : calls) {
+        int32_t dl = call.room;
+        EXPECT_EQ(zyrsDecodeLZSS_8u(&s, &sl, &d, &dl, c.st), call.status) << call.room;
+        EXPECT_EQ(sl, call.srcLeft);
+    }
+    EXPECT_EQ(out, Bytes(11, 'a'));
+}
+
+TEST(Lzss, CheckOrders) {
+    Coder enc(true), dec(false);
+    uint8_t buf[8] = {1, 2, 3};
+    const uint8_t* s = buf;
+    uint8_t* d = buf + 4;
+    int32_t sl = 3, dl = 4, zero = 0, neg = -1;
+    const ZyrStatus got[] = {
+        zyrsLZSSGetSize_8u(nullptr), zyrsEncodeLZSSInit_8u(nullptr), zyrsDecodeLZSSInit_8u(nullptr),
+        zyrsEncodeLZSS_8u(&s, &sl, &d, &dl, nullptr), zyrsEncodeLZSS_8u(nullptr, &sl, &d, &zero, enc.st),
+        zyrsEncodeLZSS_8u(&s, &zero, &d, &zero, enc.st),  // no room comes before no input
+        zyrsEncodeLZSS_8u(&s, &zero, &d, &dl, enc.st), zyrsEncodeLZSSFlush_8u(&d, nullptr, enc.st),
+        zyrsEncodeLZSSFlush_8u(&d, &zero, enc.st), zyrsEncodeLZSSFlush_8u(&d, &dl, enc.st),  // nothing pending
+        zyrsDecodeLZSS_8u(&s, &sl, &d, &dl, nullptr), zyrsDecodeLZSS_8u(&s, &sl, &d, &neg, dec.st),
+        zyrsDecodeLZSS_8u(&s, &neg, &d, &dl, dec.st),  // a negative source length is no source
+    };
+    const ZyrStatus want[] = {StatusNullPointer, StatusNullPointer, StatusNullPointer, StatusNullPointer,
+                              StatusNullPointer, StatusDstFull, StatusOk, StatusNullPointer, StatusBadSize,
+                              StatusOk, StatusNullPointer, StatusBadSize, StatusOk};
+    for (size_t i = 0; i < std::size(want); ++i) EXPECT_EQ(got[i], want[i]) << "call " << i;
+    EXPECT_TRUE(s == buf && d == buf + 4 && sl == 3 && dl == 4);  // nothing moved
+}
+
+Bytes Sample(int kind, size_t n, uint32_t seed) {
+    std::mt19937 rng(seed);
+    Bytes b(n);
+    for (size_t i = 0; i < n; ++i) {
+        switch (kind) {
+            case 0: b[i] = static_cast<uint8_t>(rng()); break;                            // random
+            case 1: b[i] = static_cast<uint8_t>(i % 7 == 0 ? rng() % 4 : 'e'); break;     // near runs
+            default: b[i] = i >= 300 && rng() % 8 ? b[i - 300 + rng() % 3] : static_cast<uint8_t>(rng() % 16);
+        }
+    }
+    return b;
+}
+
+// Both sides split at random points, with rooms of 1 to 7 bytes on the encoder side: the
+// bytes come back; a stream coded in one call decodes with any split too. Inputs pass the
+// 64 KiB history several times.
+TEST(Lzss, RoundTripsSplitAnywhere) {
+    std::mt19937 rng(31);
+    for (int kind = 0; kind < 3; ++kind) {
+        for (size_t n : {1u, 2u, 3u, 300u, 70000u, 200001u}) {
+            const Bytes in = Sample(kind, n, static_cast<uint32_t>(n) + static_cast<uint32_t>(kind));
+            const Bytes whole = Encode(in, {n});
+            EXPECT_EQ(Decode(whole, n, rng, 1 + static_cast<int>(n)), in) << kind << " " << n;
+            const Bytes split = Encode(in, zyrdc::test::RandomCuts(n, 40, rng), n < 1000 ? &rng : nullptr);
+            EXPECT_EQ(Decode(split, n, rng, 300), in) << kind << " " << n << " split";
+        }
+    }
+}
+
+// CRC-32 of the encoder's output on fixed inputs: the same constants in both builds.
+TEST(Lzss, SameBytesInBothBuilds) {
+    const uint32_t want[3] = {0xdc3e8340u, 0x0c8b3ef7u, 0x404f49cbu};
+    for (int kind = 0; kind < 3; ++kind) {
+        const Bytes z = Encode(Sample(kind, 150000, 99), {1000, 70000, 150000});
+        uint32_t crc = 0;
+        ASSERT_EQ(zyrsCRC32_8u(z.data(), static_cast<int32_t>(z.size()), &crc), StatusOk);
+        EXPECT_EQ(crc, want[kind]) << "kind " << kind << " got 0x" << std::hex << crc;
+    }
+}
+
+}  // namespace
