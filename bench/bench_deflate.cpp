@@ -17,7 +17,7 @@
 // entry (literal/length byte and 16-bit distance); items_per_second is entries there. The
 // counter "ratio" is compressed size / input size.
 //
-// The corpus is read from $ZYRDC_CORPUS, else /work/shared/corpus; missing files are skipped.
+// The corpus is read from $ZYRDC_CORPUS, else the shared corpus folder beside the source tree; missing files are skipped.
 // bench/deflate_table.py turns a JSON run into the tables of docs/benchmarks.md.
 #include <benchmark/benchmark.h>
 
@@ -47,7 +47,7 @@ const char* const kFiles[] = {"alice29.txt", "lcet10.txt", "plrabn12.txt", "bibl
 
 std::string CorpusDir() {
     const char* dir = std::getenv("ZYRDC_CORPUS");
-    return dir ? dir : "/work/shared/corpus";
+    return dir ? dir : ZYRDC_CORPUS_DIR;
 }
 
 std::vector<uint8_t> ReadFile(const std::string& path) {

@@ -1,5 +1,5 @@
 // corpus.hpp - the benchmark corpus: whole files from $ZYRDC_CORPUS (default
-// /work/shared/corpus); files that are not there are skipped.
+// the shared corpus folder beside the source tree); files that are not there are skipped.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ inline const char* const kCorpusFiles[] = {
 
 inline std::string CorpusDir() {
     const char* dir = std::getenv("ZYRDC_CORPUS");
-    return dir != nullptr ? dir : "/work/shared/corpus";
+    return dir != nullptr ? dir : ZYRDC_CORPUS_DIR;
 }
 
 // The file's bytes, or an empty vector if it cannot be read.

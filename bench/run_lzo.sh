@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # run_lzo.sh - measure the LZO and LZSS benchmarks of both builds the way docs/benchmarks.md
 # was measured, and print its tables. Build both presets first; the corpus is read from
-# $ZYRDC_CORPUS (default /work/shared/corpus).
+# $ZYRDC_CORPUS (default: the shared corpus folder beside the source tree).
 #
 #   bench/run_lzo.sh [OUTDIR] [extra zyrdc_bench flags...]
 #
