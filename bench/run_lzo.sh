@@ -10,17 +10,15 @@
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
+# shellcheck source=bench/common.sh
+. "$root/bench/common.sh"
 out=${1:-bench-results}
 shift || true
 mkdir -p "$out"
 
 files=()
 for preset in x86_64-release i686-release; do
-  exe="$root/build/$preset/bench/zyrdc_bench"
-  if [ ! -x "$exe" ]; then
-    echo "run_lzo: $exe not built, skipped" >&2
-    continue
-  fi
+  exe=$(bench_program "$preset") || continue
   echo "== $preset, load: $(cut -d' ' -f1-3 /proc/loadavg)" >&2
   "$exe" --benchmark_filter='^(lzo1x_1|lzo1x_999|lzss_encode|lzss_decode)/' \
          --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \

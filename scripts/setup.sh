@@ -17,9 +17,9 @@ BASE=(build-essential cmake ninja-build pkg-config gcc-multilib g++-multilib cla
       libdivsufsort-dev
       lz4 gzip bzip2 lzop zfp xxhash)
 # The 32-bit twins of the libraries the i686 tests and benchmarks link against.
-I386=(libgtest-dev:i386 libgmock-dev:i386 libbenchmark-dev:i386 zlib1g-dev:i386 libdeflate-dev:i386
-      liblz4-dev:i386 liblzo2-dev:i386 libbz2-dev:i386 libxxhash-dev:i386
-      libdivsufsort-dev:i386 libbz2-1.0:i386)
+I386=(libgtest-dev:i386 libgmock-dev:i386 libbenchmark-dev:i386 libdeflate-dev:i386
+      liblz4-dev:i386 liblzo2-dev:i386 libxxhash-dev:i386
+      libdivsufsort-dev:i386 libbz2-1.0:i386 zlib1g:i386)
 
 missing() {
   local p out=()
@@ -29,9 +29,25 @@ missing() {
   echo "${out[@]:-}"
 }
 
+# Many x86-64 kernels run no 32-bit programs; there the i686 build's programs run under
+# user-mode emulation, so qemu-user is needed exactly when a tiny i686 program fails to run.
+i686_runs_natively() {
+  local dir rc
+  dir=$(mktemp -d)
+  printf 'int main(void) { return 0; }\n' >"$dir/probe.c"
+  gcc -m32 "$dir/probe.c" -o "$dir/probe" 2>/dev/null && "$dir/probe" 2>/dev/null
+  rc=$?
+  rm -rf "$dir"
+  return $rc
+}
+need_qemu() {
+  command -v qemu-i386 >/dev/null && return 1
+  ! i686_runs_natively
+}
+
 need_base=$(missing "${BASE[@]}")
 need_i386=$(missing "${I386[@]}")
-if [ -z "$need_base" ] && [ -z "$need_i386" ]; then
+if [ -z "$need_base" ] && [ -z "$need_i386" ] && ! need_qemu; then
   echo "setup: all packages present"
   exit 0
 fi
@@ -49,6 +65,10 @@ done
 if [ -n "$need_base" ]; then
   # shellcheck disable=SC2086
   $SUDO apt-get install -y -qq --no-install-recommends $need_base >/dev/null
+fi
+if need_qemu; then
+  echo "setup: this kernel runs no i686 programs: installing qemu-user to run them"
+  $SUDO apt-get install -y -qq --no-install-recommends qemu-user >/dev/null
 fi
 for p in $need_i386; do
   if ! $SUDO apt-get install -y -qq --no-install-recommends "$p" >/dev/null 2>&1; then

@@ -1,6 +1,7 @@
 # install_check.cmake - installs the build into a scratch prefix and builds examples/hello.c
 # against it twice: with pkg-config, and as a CMake project using find_package(zyrdc).
-# Run by CTest: cmake -DBUILD=... -DSOURCE=... -DCC=... -DFLAGS=... [-DTOOLCHAIN=...] -P
+# Run by CTest: cmake -DBUILD=... -DSOURCE=... -DCC=... -DFLAGS=... [-DTOOLCHAIN=...]
+#                    [-DEMULATOR=...] -P   (EMULATOR: the command that runs the build's programs)
 set(prefix ${BUILD}/install-check)
 file(REMOVE_RECURSE ${prefix} ${BUILD}/install-consumer)
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix}
@@ -27,7 +28,7 @@ endif()
 string(REGEX MATCH "-L[^ ;]+" libflag "${pcflags}")
 string(SUBSTRING "${libflag}" 2 -1 libdir)
 set(ENV{LD_LIBRARY_PATH} ${libdir})
-execute_process(COMMAND ${BUILD}/install-check/hello-pc ${SOURCE}/examples/hello.c
+execute_process(COMMAND ${EMULATOR} ${BUILD}/install-check/hello-pc ${SOURCE}/examples/hello.c
                 OUTPUT_VARIABLE out RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0 OR NOT out MATCHES "crc32 [0-9a-f]+  adler32 [0-9a-f]+")
   message(FATAL_ERROR "hello (pkg-config) failed: ${out}")
@@ -46,7 +47,7 @@ execute_process(COMMAND ${CMAKE_COMMAND} --build ${BUILD}/install-consumer OUTPU
 if(NOT rc EQUAL 0)
   message(FATAL_ERROR "find_package(zyrdc) consumer does not build")
 endif()
-execute_process(COMMAND ${BUILD}/install-consumer/hello ${SOURCE}/examples/hello.c
+execute_process(COMMAND ${EMULATOR} ${BUILD}/install-consumer/hello ${SOURCE}/examples/hello.c
                 OUTPUT_VARIABLE out2 RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0 OR NOT out2 STREQUAL out)
   message(FATAL_ERROR "hello (find_package) failed: ${out2}")
