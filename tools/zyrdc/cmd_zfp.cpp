@@ -116,13 +116,21 @@ int RunZfp(const Command& self, std::span<char* const> args) {
         if (modes != 0 || !dimArgs.empty()) {
             throw UsageError("-d reads the mode and dimensions from the stream's header");
         }
-        const std::vector<std::uint8_t> packed = ReadAll(in);
+        InputFile source(in);
         OutputFile file(out, force);
-        const ZfpVolume volume = ZfpDecompress(packed);
-        file.Write({reinterpret_cast<const std::uint8_t*>(volume.values.data()),
-                    volume.values.size() * sizeof(float)});
+        std::uint64_t packed = 0, raw = 0;
+        ZfpDecompressStream(
+            [&](std::span<std::uint8_t> buf) {
+                const std::size_t n = source.Read(buf);
+                packed += n;
+                return n;
+            },
+            [&](std::span<const std::uint8_t> bytes) {
+                file.Write(bytes);
+                raw += bytes.size();
+            });
         file.Commit();
-        if (stats) PrintStats(volume.values.size() * sizeof(float), packed.size(), nullptr);
+        if (stats) PrintStats(raw, packed, nullptr);
         return kExitOk;
     }
 
@@ -144,22 +152,29 @@ int RunZfp(const Command& self, std::span<char* const> args) {
         params = ZfpAccuracyParams(ParseNumber(tolerances[0], "tolerance (above 0)", 0, HUGE_VAL));
     }
 
+    OutputFile file(out, force);
+    if (!stats) {
+        // Slab by slab: memory holds one layer of blocks, whatever the depth of the volume.
+        InputFile source(in);
+        ZfpCompressStream([&](std::span<std::uint8_t> buf) { return source.Read(buf); },
+                          [&](std::span<const std::uint8_t> bytes) { file.Write(bytes); }, dims, params, in);
+        file.Commit();
+        return kExitOk;
+    }
+    // The error needs the original beside the round trip: --stats holds the volume in memory.
     const std::vector<std::uint8_t> raw = ReadAll(in);
     const std::uint64_t want = dims.Values() * sizeof(float);
     if (raw.size() != want) {
         throw Failure(in + ": holds " + std::to_string(raw.size()) + " bytes; " + dimArgs[0] + " x " +
                       dimArgs[1] + " x " + dimArgs[2] + " floats need " + std::to_string(want));
     }
-    OutputFile file(out, force);
     const std::vector<float> values = AsFloats(raw);
     const std::vector<std::uint8_t> packed = ZfpCompress(values, dims, params);
     file.Write(packed);
     file.Commit();
-    if (stats) {
-        const ZfpVolume back = ZfpDecompress(packed);
-        const double error = MaxError(values, back.values);
-        PrintStats(raw.size(), packed.size(), &error);
-    }
+    const ZfpVolume back = ZfpDecompress(packed);
+    const double error = MaxError(values, back.values);
+    PrintStats(raw.size(), packed.size(), &error);
     return kExitOk;
 }
 

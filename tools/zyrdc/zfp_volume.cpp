@@ -44,6 +44,10 @@ constexpr std::int32_t kNoMinBits = 0, kNoMaxBits = 4171, kAllPlanes = 64, kNoMi
 // 9 + 32 x (64 + 1) + 64.
 constexpr std::int64_t kMaxFloatBlockBits = 9 + 32 * 65 + 64;
 
+// The largest layer of blocks the tool holds: 4 planes of 8192 x 8192 floats, 1 GiB (the
+// header allows 65536 x 65536). A forged header cannot make it allocate more.
+constexpr std::uint64_t kMaxSlabFloats = std::uint64_t{1} << 28;
+
 // ---- header bits ---------------------------------------------------------------------------
 
 class HeaderWriter {
@@ -135,38 +139,75 @@ ZfpParams GetMode(HeaderReader& in) {
     return p;
 }
 
-// ---- blocks -------------------------------------------------------------------------------
+// ---- slabs ---------------------------------------------------------------------------------
 
-// Calls visit(x, y, z, full) for each block corner in the order of the stream.
-template <class Visit>
-void ForEachBlock(const ZfpDims& d, Visit visit) {
-    for (std::uint32_t z = 0; z < d.nz; z += 4) {
-        for (std::uint32_t y = 0; y < d.ny; y += 4) {
-            for (std::uint32_t x = 0; x < d.nx; x += 4) {
-                visit(x, y, z, x + 4 <= d.nx && y + 4 <= d.ny && z + 4 <= d.nz);
-            }
+// A slab is the four planes of one layer of blocks: the unit that the coders hold in memory.
+// Its floats keep the volume's own layout (x fastest), so full blocks are coded in place.
+struct Slab {
+    ZfpDims dims;
+    std::vector<float> values;  // 4 planes of nx * ny floats
+
+    explicit Slab(const ZfpDims& d) : dims(d) {
+        const std::uint64_t count = 4 * std::uint64_t{d.nx} * d.ny;
+        if (count > kMaxSlabFloats) {
+            throw Failure("a layer of blocks of " + std::to_string(d.nx) + " x " + std::to_string(d.ny) +
+                          " floats is more than zyrdc zfp holds in memory");
+        }
+        values.resize(static_cast<std::size_t>(count));
+    }
+    std::size_t PlaneFloats() const { return std::size_t{dims.nx} * dims.ny; }
+    float* At(std::uint32_t x, std::uint32_t y, std::uint32_t k) {
+        return &values[x + dims.nx * (y + std::size_t{dims.ny} * k)];
+    }
+    // The block coder's byte steps, when they fit its 32-bit arguments.
+    bool Steps(std::int32_t& row, std::int32_t& plane) const {
+        const std::uint64_t planeBytes = 4 * std::uint64_t{dims.nx} * dims.ny;
+        if (planeBytes > 0x7FFFFFFF) return false;
+        row = static_cast<std::int32_t>(4 * dims.nx);
+        plane = static_cast<std::int32_t>(planeBytes);
+        return true;
+    }
+    std::uint64_t Blocks() const { return std::uint64_t{(dims.nx + 3) / 4} * ((dims.ny + 3) / 4); }
+};
+
+// Calls code(x, y, full) for each block of a slab in the order of the stream; `full` says
+// the block lies inside the slab's planes in x and y.
+template <class Code>
+void ForEachBlock(const ZfpDims& d, Code code) {
+    for (std::uint32_t y = 0; y < d.ny; y += 4) {
+        for (std::uint32_t x = 0; x < d.nx; x += 4) {
+            code(x, y, x + 4 <= d.nx && y + 4 <= d.ny);
         }
     }
 }
 
-std::uint64_t BlockCount(const ZfpDims& d) {
-    return std::uint64_t{(d.nx + 3) / 4} * ((d.ny + 3) / 4) * ((d.nz + 3) / 4);
+// The bytes of one slab's stream at most, with room for the header and a final word.
+std::uint64_t SlabStreamBytes(const Slab& slab, std::int64_t blockBits) {
+    return (slab.Blocks() * static_cast<std::uint64_t>(blockBits) + 7) / 8 + 64;
 }
 
-std::size_t At(const ZfpDims& d, std::uint64_t x, std::uint64_t y, std::uint64_t z) {
-    return static_cast<std::size_t>(x + d.nx * (y + std::uint64_t{d.ny} * z));
-}
-
-// Steps of the whole volume when they fit the block coder's 32-bit byte steps.
-bool DirectSteps(const ZfpDims& d, std::int32_t& row, std::int32_t& plane) {
-    const std::uint64_t planeBytes = 4 * std::uint64_t{d.nx} * d.ny;
-    if (planeBytes > 0x7FFFFFFF) return false;
-    row = static_cast<std::int32_t>(4 * d.nx);
-    plane = static_cast<std::int32_t>(planeBytes);
-    return true;
+// Fills `bytes` from the reader; returns how many it got (fewer only at the source's end).
+std::size_t ReadFully(const ZfpReader& read, std::span<std::uint8_t> bytes) {
+    std::size_t got = 0;
+    while (got < bytes.size()) {
+        const std::size_t n = read(bytes.subspan(got));
+        if (n == 0) break;
+        got += n;
+    }
+    return got;
 }
 
 void Check(ZyrStatus status, const char* what) { CheckStatus(status, what); }
+
+// Restarts a decoding record over `window` with the same parameters and the bits it holds.
+void Rebase(ZfpState& s, const std::uint8_t* window, std::size_t length, const ZfpParams& p) {
+    const std::uint64_t buffer = s.bitBuffer;
+    const std::int32_t count = s.bitCount;
+    Check(zyrsDecodeZfpInitLong_32f(window, length, &s), "zyrsDecodeZfpInitLong_32f");
+    Check(zyrsDecodeZfpSet_32f(p.minBits, p.maxBits, p.maxPrec, p.minExp, &s), "zyrsDecodeZfpSet_32f");
+    s.bitBuffer = buffer;
+    s.bitCount = count;
+}
 
 }  // namespace
 
@@ -186,7 +227,8 @@ ZfpParams ZfpAccuracyParams(double tolerance) {
     return {kNoMinBits, kNoMaxBits, kAllPlanes, s.minExp};
 }
 
-std::vector<std::uint8_t> ZfpCompress(std::span<const float> values, ZfpDims dims, ZfpParams p) {
+void ZfpCompressStream(const ZfpReader& read, const ZfpWriter& write, ZfpDims dims, ZfpParams p,
+                       const std::string& name) {
     HeaderWriter header;
     header.Put(kMagic, 24);
     header.Put(kCodec, 8);
@@ -195,15 +237,15 @@ std::vector<std::uint8_t> ZfpCompress(std::span<const float> values, ZfpDims dim
                kMetaBits);
     PutMode(header, p);
 
+    Slab slab(dims);
     const std::int64_t blockBits =
         std::max<std::int64_t>(p.minBits, std::min<std::int64_t>(p.maxBits, kMaxFloatBlockBits));
-    const std::uint64_t bound = static_cast<std::uint64_t>(header.Bits() + 64 + 7) / 8 +
-                                (BlockCount(dims) * static_cast<std::uint64_t>(blockBits) + 7) / 8 + 8;
-    // The record counts bytes in 32 bits.
-    if (bound > 0x7FFFFFFF) {
-        throw Failure("volume too large: its stream could exceed 2 GiB");
+    // The record counts bytes in 32 bits; each slab's stream goes out before the next starts.
+    const std::uint64_t room = SlabStreamBytes(slab, blockBits) + header.Bytes().size();
+    if (room > 0x7FFFFFFF) {
+        throw Failure("a layer of blocks could code to more than 2 GiB");
     }
-    std::vector<std::uint8_t> out(static_cast<std::size_t>(bound));
+    std::vector<std::uint8_t> out(static_cast<std::size_t>(room));
     ZfpState s;
     Check(zyrsEncodeZfpInitLong_32f(out.data(), out.size(), &s), "zyrsEncodeZfpInitLong_32f");
     Check(zyrsEncodeZfpSet_32f(p.minBits, p.maxBits, p.maxPrec, p.minExp, &s), "zyrsEncodeZfpSet_32f");
@@ -218,42 +260,65 @@ std::vector<std::uint8_t> ZfpCompress(std::span<const float> values, ZfpDims dim
     s.bitCount = header.Bits() % 64;
 
     std::int32_t row = 0, plane = 0;
-    const bool direct = DirectSteps(dims, row, plane);
-    ForEachBlock(dims, [&](std::uint32_t x, std::uint32_t y, std::uint32_t z, bool full) {
-        if (full && direct) {
-            Check(zyrsEncodeZfp444_32f(&values[At(dims, x, y, z)], row, plane, &s), "zyrsEncodeZfp444_32f");
-            return;
+    const bool direct = slab.Steps(row, plane);
+    const std::uint64_t want = dims.Values() * sizeof(float);
+    std::uint64_t got = 0;
+    for (std::uint32_t z = 0; z < dims.nz; z += 4) {
+        const std::uint32_t planes = std::min<std::uint32_t>(4, dims.nz - z);
+        const std::span<std::uint8_t> bytes(reinterpret_cast<std::uint8_t*>(slab.values.data()),
+                                            planes * slab.PlaneFloats() * sizeof(float));
+        const std::size_t n = ReadFully(read, bytes);
+        got += n;
+        if (n < bytes.size()) {
+            throw Failure(name + ": holds " + std::to_string(got) + " bytes; " + std::to_string(dims.nx) +
+                          " x " + std::to_string(dims.ny) + " x " + std::to_string(dims.nz) +
+                          " floats need " + std::to_string(want));
         }
-        // Partial edge blocks repeat each line's last value: a smooth continuation that costs
-        // few bits and that the decoder's cropping throws away.
-        float block[64];
-        for (std::uint32_t k = 0; k < 4; ++k) {
-            for (std::uint32_t j = 0; j < 4; ++j) {
-                for (std::uint32_t i = 0; i < 4; ++i) {
-                    block[i + 4 * j + 16 * k] = values[At(dims, std::min(x + i, dims.nx - 1),
-                                                          std::min(y + j, dims.ny - 1),
-                                                          std::min(z + k, dims.nz - 1))];
+        // The last layer's missing planes repeat its last plane, as edge blocks repeat the last
+        // value of each line: a smooth continuation that the decoder's cropping throws away.
+        for (std::uint32_t k = planes; k < 4; ++k) {
+            std::memcpy(slab.At(0, 0, k), slab.At(0, 0, planes - 1), slab.PlaneFloats() * sizeof(float));
+        }
+        ForEachBlock(dims, [&](std::uint32_t x, std::uint32_t y, bool full) {
+            if (full && direct) {
+                Check(zyrsEncodeZfp444_32f(slab.At(x, y, 0), row, plane, &s), "zyrsEncodeZfp444_32f");
+                return;
+            }
+            float block[64];
+            for (std::uint32_t k = 0; k < 4; ++k) {
+                for (std::uint32_t j = 0; j < 4; ++j) {
+                    for (std::uint32_t i = 0; i < 4; ++i) {
+                        block[i + 4 * j + 16 * k] =
+                            *slab.At(std::min(x + i, dims.nx - 1), std::min(y + j, dims.ny - 1), k);
+                    }
                 }
             }
-        }
-        Check(zyrsEncodeZfp444_32f(block, 16, 64, &s), "zyrsEncodeZfp444_32f");
-    });
+            Check(zyrsEncodeZfp444_32f(block, 16, 64, &s), "zyrsEncodeZfp444_32f");
+        });
+        write({out.data(), static_cast<std::size_t>(s.pCur - out.data())});
+        s.pCur = out.data();
+    }
+    std::uint8_t extra = 0;
+    if (ReadFully(read, {&extra, 1}) != 0) {
+        throw Failure(name + ": holds more than the " + std::to_string(want) + " bytes that " +
+                      std::to_string(dims.nx) + " x " + std::to_string(dims.ny) + " x " +
+                      std::to_string(dims.nz) + " floats need");
+    }
     Check(zyrsEncodeZfpFlush_32f(&s), "zyrsEncodeZfpFlush_32f");
-    out.resize(static_cast<std::size_t>(s.pCur - out.data()));
-    return out;
+    write({out.data(), static_cast<std::size_t>(s.pCur - out.data())});
 }
 
-ZfpVolume ZfpDecompress(std::span<const std::uint8_t> file) {
-    HeaderReader header(file);
+ZfpHeader ZfpDecompressStream(const ZfpReader& read, const ZfpWriter& write) {
+    // The header is at most 160 bits; the window starts with them.
+    std::vector<std::uint8_t> window(64);
+    std::size_t length = ReadFully(read, window);
+    HeaderReader header({window.data(), length});
     if (header.Get(24) != kMagic) {
         throw Failure("not a zfp stream with a header (zfp -h writes one)");
     }
     if (const std::uint64_t codec = header.Get(8); codec != kCodec) {
         throw Failure("zfp codec version " + std::to_string(codec) + " is not supported (only " +
                       std::to_string(kCodec) + ")");
-    }
-    if (file.size() > 0xFFFFFFFFu) {
-        throw Failure("stream too large: the record addresses at most 4 GiB");
     }
     const std::uint64_t meta = header.Get(kMetaBits);
     if ((meta & 3) != (kFloat3d & 3)) {
@@ -263,52 +328,103 @@ ZfpVolume ZfpDecompress(std::span<const std::uint8_t> file) {
         throw Failure("the stream holds a " + std::to_string((meta >> 2 & 3) + 1) +
                       "-D array; zyrdc zfp codes only 3-D arrays");
     }
-    ZfpVolume v;
-    v.dims = {static_cast<std::uint32_t>((meta >> 4 & 0xFFFF) + 1),
+    ZfpHeader h;
+    h.dims = {static_cast<std::uint32_t>((meta >> 4 & 0xFFFF) + 1),
               static_cast<std::uint32_t>((meta >> 20 & 0xFFFF) + 1),
               static_cast<std::uint32_t>((meta >> 36 & 0xFFFF) + 1)};
-    v.params = GetMode(header);
-    // Each block takes at least one bit, so a header claiming more blocks than the file has
-    // bits describes a truncated (or forged) stream; this also bounds the allocation below.
-    if (BlockCount(v.dims) > 8 * static_cast<std::uint64_t>(file.size())) {
-        throw Failure("truncated stream: " + std::to_string(file.size()) + " bytes cannot hold " +
-                      std::to_string(BlockCount(v.dims)) + " blocks");
+    h.params = GetMode(header);
+    const ZfpParams& p = h.params;
+    const ZfpDims& d = h.dims;
+
+    Slab slab(d);
+    const std::int64_t blockBits = std::min<std::int64_t>(std::max(p.maxBits, 1), kMaxFloatBlockBits);
+    // The window always holds a whole layer's stream before the layer is decoded (or all that
+    // is left of the source), so the record never runs out of bytes in the middle of it.
+    const std::uint64_t layer = SlabStreamBytes(slab, std::max<std::int64_t>(blockBits, p.minBits));
+    if (2 * layer > 0x7FFFFFFF) {
+        throw Failure("a layer of blocks could code to more than 1 GiB");
     }
-    const ZfpParams& p = v.params;
-    v.values.resize(static_cast<std::size_t>(v.dims.Values()));
+    window.resize(static_cast<std::size_t>(2 * layer));
+    length += ReadFully(read, {window.data() + length, window.size() - length});
+    bool atEnd = length < window.size();
 
     ZfpState s;
-    Check(zyrsDecodeZfpInitLong_32f(file.data(), file.size(), &s), "zyrsDecodeZfpInitLong_32f");
+    Check(zyrsDecodeZfpInitLong_32f(window.data(), length, &s), "zyrsDecodeZfpInitLong_32f");
     Check(zyrsDecodeZfpSet_32f(p.minBits, p.maxBits, p.maxPrec, p.minExp, &s), "zyrsDecodeZfpSet_32f");
     // Resume after the header as a byte-wise reader would stand: the bytes it covered
     // consumed, the unread bits of its last byte in the buffer.
     const std::size_t headerBits = header.Bits();
-    s.pCur = const_cast<std::uint8_t*>(file.data()) + (headerBits + 7) / 8;
+    s.pCur = window.data() + (headerBits + 7) / 8;
     s.bitCount = static_cast<std::int32_t>((8 - headerBits % 8) % 8);
-    s.bitBuffer = s.bitCount == 0 ? 0 : file[headerBits / 8] >> (headerBits % 8);
+    s.bitBuffer = s.bitCount == 0 ? 0 : window[headerBits / 8] >> (headerBits % 8);
 
     std::int32_t row = 0, plane = 0;
-    const bool direct = DirectSteps(v.dims, row, plane);
-    const ZfpDims& d = v.dims;
-    ForEachBlock(d, [&](std::uint32_t x, std::uint32_t y, std::uint32_t z, bool full) {
-        float block[64];
-        const bool inPlace = full && direct;
-        const ZyrStatus status = inPlace ? zyrsDecodeZfp444_32f(&s, &v.values[At(d, x, y, z)], row, plane)
-                                         : zyrsDecodeZfp444_32f(&s, block, 16, 64);
-        if (status == StatusStreamExhausted) {
-            throw Failure("truncated stream: it ends before block (" + std::to_string(x) + ", " +
-                          std::to_string(y) + ", " + std::to_string(z) + ")");
+    const bool direct = slab.Steps(row, plane);
+    for (std::uint32_t z = 0; z < d.nz; z += 4) {
+        const auto used = static_cast<std::size_t>(s.pCur - window.data());
+        if (!atEnd && length - used < layer) {
+            std::memmove(window.data(), s.pCur, length - used);
+            length -= used;
+            length += ReadFully(read, {window.data() + length, window.size() - length});
+            atEnd = length < window.size();
+            Rebase(s, window.data(), length, p);
         }
-        Check(status, "zyrsDecodeZfp444_32f");
-        if (inPlace) return;
-        for (std::uint32_t k = 0; k < 4 && z + k < d.nz; ++k) {
-            for (std::uint32_t j = 0; j < 4 && y + j < d.ny; ++j) {
-                for (std::uint32_t i = 0; i < 4 && x + i < d.nx; ++i) {
-                    v.values[At(d, x + i, y + j, z + k)] = block[i + 4 * j + 16 * k];
+        ForEachBlock(d, [&](std::uint32_t x, std::uint32_t y, bool full) {
+            float block[64];
+            const bool inPlace = full && direct;
+            const ZyrStatus status = inPlace ? zyrsDecodeZfp444_32f(&s, slab.At(x, y, 0), row, plane)
+                                             : zyrsDecodeZfp444_32f(&s, block, 16, 64);
+            if (status == StatusStreamExhausted) {
+                throw Failure("truncated stream: it ends before block (" + std::to_string(x) + ", " +
+                              std::to_string(y) + ", " + std::to_string(z) + ")");
+            }
+            Check(status, "zyrsDecodeZfp444_32f");
+            if (inPlace) return;
+            for (std::uint32_t k = 0; k < 4; ++k) {
+                for (std::uint32_t j = 0; j < 4 && y + j < d.ny; ++j) {
+                    for (std::uint32_t i = 0; i < 4 && x + i < d.nx; ++i) {
+                        *slab.At(x + i, y + j, k) = block[i + 4 * j + 16 * k];
+                    }
                 }
             }
-        }
-    });
+        });
+        const std::uint32_t planes = std::min<std::uint32_t>(4, d.nz - z);
+        write({reinterpret_cast<const std::uint8_t*>(slab.values.data()),
+               planes * slab.PlaneFloats() * sizeof(float)});
+    }
+    return h;
+}
+
+std::vector<std::uint8_t> ZfpCompress(std::span<const float> values, ZfpDims dims, ZfpParams p) {
+    const std::span<const std::uint8_t> raw(reinterpret_cast<const std::uint8_t*>(values.data()),
+                                            values.size_bytes());
+    std::size_t at = 0;
+    std::vector<std::uint8_t> out;
+    ZfpCompressStream(
+        [&](std::span<std::uint8_t> buf) {
+            const std::size_t n = std::min(buf.size(), raw.size() - at);
+            std::memcpy(buf.data(), raw.data() + at, n);
+            at += n;
+            return n;
+        },
+        [&](std::span<const std::uint8_t> bytes) { out.insert(out.end(), bytes.begin(), bytes.end()); },
+        dims, p, "the volume");
+    return out;
+}
+
+ZfpVolume ZfpDecompress(std::span<const std::uint8_t> file) {
+    std::size_t at = 0;
+    std::vector<std::uint8_t> raw;
+    const ZfpHeader h = ZfpDecompressStream(
+        [&](std::span<std::uint8_t> buf) {
+            const std::size_t n = std::min(buf.size(), file.size() - at);
+            std::memcpy(buf.data(), file.data() + at, n);
+            at += n;
+            return n;
+        },
+        [&](std::span<const std::uint8_t> bytes) { raw.insert(raw.end(), bytes.begin(), bytes.end()); });
+    ZfpVolume v{h.dims, h.params, std::vector<float>(raw.size() / sizeof(float))};
+    std::memcpy(v.values.data(), raw.data(), raw.size());
     return v;
 }
 

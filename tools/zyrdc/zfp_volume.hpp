@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <span>
+#include <string>
 #include <vector>
 
 namespace zyrdc::tool {
@@ -29,8 +31,30 @@ ZfpParams ZfpAccuracyParams(double tolerance);
 // Largest dimension the header can record.
 constexpr std::uint32_t kZfpMaxDim = 65536;
 
-// Header and blocks of `values` (dims.Values() floats). Partial blocks at the far edges
-// repeat the last value of each line. Throws Failure if the volume does not fit a stream.
+// Byte streams for the slab-by-slab coders: a reader fills as much of its buffer as the
+// source still holds and returns 0 only at the end; a writer takes every byte it is given.
+using ZfpReader = std::function<std::size_t(std::span<std::uint8_t>)>;
+using ZfpWriter = std::function<void(std::span<const std::uint8_t>)>;
+
+// Header and blocks of a volume of dims.Values() floats read from `read`, coded one slab of
+// four planes at a time, so that memory holds a slab and its stream whatever the depth.
+// Partial blocks at the far edges repeat the last value of each line. Throws Failure if the
+// source holds fewer or more bytes than the dimensions need (`name` says which source) or a
+// slab's stream would exceed what the record addresses.
+void ZfpCompressStream(const ZfpReader& read, const ZfpWriter& write, ZfpDims dims, ZfpParams params,
+                       const std::string& name);
+
+// Reads a header and its blocks from `read` slab by slab and writes the floats. Throws
+// Failure, saying what is wrong, for a header of another format, codec, scalar type,
+// dimensionality or an unsupported mode, and for a stream that ends before its last block.
+// Returns the header's dimensions and parameters.
+struct ZfpHeader {
+    ZfpDims dims;
+    ZfpParams params;
+};
+ZfpHeader ZfpDecompressStream(const ZfpReader& read, const ZfpWriter& write);
+
+// The same over whole buffers in memory.
 std::vector<std::uint8_t> ZfpCompress(std::span<const float> values, ZfpDims dims, ZfpParams params);
 
 struct ZfpVolume {
@@ -38,10 +62,6 @@ struct ZfpVolume {
     ZfpParams params;
     std::vector<float> values;
 };
-
-// Reads a header and its blocks. Throws Failure, saying what is wrong, for a header of
-// another format, codec, scalar type, dimensionality or an unsupported mode, and for a
-// stream that ends before its last block.
 ZfpVolume ZfpDecompress(std::span<const std::uint8_t> file);
 
 }  // namespace zyrdc::tool
