@@ -446,7 +446,19 @@ lzss)
   cmp -s "$T/z65536" <("$ZYRDC" lzss - - <"$T/text") || fail "lzss: default piece is not 65536"
   [ "$(stat -c %s "$T/z65536")" -lt 300000 ] || fail "lzss did not compress text"
   : >"$T/empty"
-  "$ZYRDC" lzss "$T/empty" "$T/ze" && [ -e "$T/ze" ] && [ ! -s "$T/ze" ] || fail "lzss of nothing"
+  "$ZYRDC" lzss "$T/empty" "$T/ze" && [ "$(stat -c %s "$T/ze")" -eq 17 ] &&
+    "$ZYRDC" lzss -d "$T/ze" "$T/back" -f && [ ! -s "$T/back" ] || fail "lzss of nothing"
+  # The header and trailer refuse what the bare stream cannot: a raw stream, a flipped byte,
+  # a cut file; --raw still codes the bare stream both ways.
+  "$ZYRDC" lzss --raw "$T/text" "$T/raw" && "$ZYRDC" lzss -d --raw "$T/raw" "$T/back" -f &&
+    cmp -s "$T/text" "$T/back" && [ "$(stat -c %s "$T/raw")" -eq $(($(stat -c %s "$T/z65536") - 17)) ] ||
+    fail "lzss --raw round trip"
+  cp "$T/z65536" "$T/bad" && printf 'x' | dd of="$T/bad" bs=1 seek=5000 conv=notrunc 2>/dev/null
+  head -c -3 "$T/z65536" >"$T/cut"
+  for broken in raw bad cut; do
+    OUT=/dev/null expect_error 1 lzss -d -f "$T/$broken" "$T/back$broken"
+    [ ! -e "$T/back$broken" ] || fail "lzss -d left output for a $broken file"
+  done
   OUT=/dev/null expect_error 2 lzss --piece 0 "$T/text" "$T/out"
   OUT=/dev/null expect_error 2 lzss "$T/text"
   OUT=/dev/null expect_error 1 lzss "$T/text" "$T/back"                 # exists, no -f

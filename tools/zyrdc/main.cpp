@@ -37,14 +37,17 @@ constexpr Command kCommands[] = {
      "file carries, and decodes its LZO1X blocks. '-' names standard input or output. On\n"
      "any error OUT is left as it was.\n",
      RunLzop},
-    {"lzss", "[-d] [-f] [--piece BYTES] IN OUT",
+    {"lzss", "[-d] [-f] [--raw] [--piece BYTES] IN OUT",
      "compress or decompress a file in the library's LZSS format",
      "  -d, --decompress  decompress IN\n"
      "  -f, --force       overwrite OUT if it exists\n"
      "  -p, --piece BYTES size of each read and of the output buffer (default 65536);\n"
      "                    the coded bytes depend on it, any size decodes any file\n"
-     "The format has no header and no checksum: any input decodes to something. '-' names\n"
-     "standard input or output. On any error OUT is left as it was.\n",
+     "      --raw         read or write the bare LZSS stream, with no header or trailer\n"
+     "A file starts with the magic \"zLZS\" and a version byte and ends with the CRC-32\n"
+     "and length of the original, so a wrong or damaged file is refused (the bare stream\n"
+     "has no check: any input decodes to something). '-' names standard input or output.\n"
+     "On any error OUT is left as it was.\n",
      RunLzss},
     {"bench", "[-t SECONDS] [-p PRIMITIVE]... [FILE|-]...",
      "measure and check every primitive over files or a built-in sample",
