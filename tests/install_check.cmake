@@ -52,4 +52,13 @@ execute_process(COMMAND ${EMULATOR} ${BUILD}/install-consumer/hello ${SOURCE}/ex
 if(NOT rc EQUAL 0 OR NOT out2 STREQUAL out)
   message(FATAL_ERROR "hello (find_package) failed: ${out2}")
 endif()
+# The installed program finds the installed library by its own run path.
+if(EXISTS ${prefix}/bin/zyrdc)
+  unset(ENV{LD_LIBRARY_PATH})
+  execute_process(COMMAND ${EMULATOR} ${prefix}/bin/zyrdc --version OUTPUT_VARIABLE version
+                  RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0 OR NOT version MATCHES "^zyrDC ")
+    message(FATAL_ERROR "the installed zyrdc does not run from its prefix: ${version}")
+  endif()
+endif()
 message(STATUS "installed library works through pkg-config and find_package: ${out}")
