@@ -34,6 +34,20 @@ if(NOT rc EQUAL 0 OR NOT out MATCHES "crc32 [0-9a-f]+  adler32 [0-9a-f]+")
   message(FATAL_ERROR "hello (pkg-config) failed: ${out}")
 endif()
 
+# Every C example builds against the installed package and runs (on its own source).
+foreach(example lz4_block bzip2_stages zfp_volume)
+  execute_process(COMMAND ${CC} ${flags} -std=c99 -pedantic -Wall -Werror ${SOURCE}/examples/${example}.c
+                          ${pcflags} -lm -o ${BUILD}/install-check/${example} RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "examples/${example}.c does not build with pkg-config")
+  endif()
+  execute_process(COMMAND ${EMULATOR} ${BUILD}/install-check/${example} ${SOURCE}/examples/${example}.c
+                  OUTPUT_VARIABLE example_out RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "examples/${example} failed: ${example_out}")
+  endif()
+endforeach()
+
 set(tc "")
 if(TOOLCHAIN)
   set(tc -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN})
