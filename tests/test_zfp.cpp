@@ -118,15 +118,6 @@ Field Decompress(Bytes stream, const Field& like, ZfpParams p, std::vector<int64
     return f;
 }
 
-double MaxError(const Field& a, const Field& b) {
-    double e = a.v.size() == b.v.size() ? 0.0 : INFINITY;
-    for (size_t i = 0; i < a.v.size() && i < b.v.size(); ++i) {
-        const double d = std::fabs(static_cast<double>(a.v[i]) - b.v[i]);
-        if (!(d <= e)) e = std::isnan(d) ? INFINITY : d;
-    }
-    return e;
-}
-
 // ---- the record ------------------------------------------------------------------------------
 
 TEST(ZfpState, InitSetsDefaultsAndLeavesTheBlockAreas) {
@@ -435,21 +426,29 @@ TEST(ZfpStream, EndOfBuffer) {
 // is 2^(e - 30), and the encoder's rounded transform undone by the decoder's lifting may be
 // off by some 30 units (measured: at most 32). So accuracy mode keeps within 2^minExp until
 // that floor of 2^(e - 25) takes over, and precision P within 2^(e - P + 7) (measured: at
-// most 2^(e - P + 6.7) for P up to 28).
-TEST(ZfpRoundTrip, EachModeKeepsItsBound) {
+// most 2^(e - P + 6.7) for P up to 28). And the encoder must give the same bytes in both
+// builds: the CRC-32 of each mode's streams of all kinds, recorded once.
+TEST(ZfpRoundTrip, EachModeKeepsItsBoundAndItsBytes) {
     const struct {
         ZfpParams params;
         int rate, precision;  // 0 when not that mode
-    } modes[] = {{Rate(1), 1, 0},       {Rate(2), 2, 0},      {Rate(3), 3, 0},        {Rate(8), 8, 0},
-                 {Rate(16), 16, 0},     {Rate(32), 32, 0},    {Accuracy(-10), 0, 0},  {Accuracy(0), 0, 0},
-                 {Accuracy(-20), 0, 0}, {Precision(8), 0, 8}, {Precision(16), 0, 16}, {Precision(28), 0, 28}};
-    for (FieldKind kind : kKinds) {
-        const Field f = MakeField(kind, 4, 4, 64, 5);  // block b: values 64b .. 64b + 63
-        for (const auto& m : modes) {
+        uint32_t crc;
+    } modes[] = {
+        {Rate(1), 1, 0, 0x2b55c3cb},       {Rate(2), 2, 0, 0xa014d955},       {Rate(3), 3, 0, 0x83e86d53},
+        {Rate(8), 8, 0, 0x44fa6bec},       {Rate(16), 16, 0, 0x55fb0c88},     {Rate(32), 32, 0, 0xfd9de83a},
+        {Accuracy(0), 0, 0, 0xd662721b},   {Accuracy(-10), 0, 0, 0xbece192e}, {Accuracy(-20), 0, 0, 0xc4d59033},
+        {Precision(8), 0, 8, 0x6b0f3e6c},  {Precision(16), 0, 16, 0xe160349a},
+        {Precision(28), 0, 28, 0x54bd28a0},
+    };
+    for (const auto& m : modes) {
+        uint32_t crc = 0;
+        for (FieldKind kind : kKinds) {
             SCOPED_TRACE(testing::Message() << "kind " << static_cast<int>(kind) << " rate " << m.rate
                                             << " minExp " << m.params.minExp << " precision " << m.precision);
+            const Field f = MakeField(kind, 4, 4, 64, 5);  // block b: values 64b .. 64b + 63
             std::vector<int64_t> written, read;
             const auto stream = Compress(f, m.params, &written);
+            ASSERT_EQ(zyrsCRC32_8u(stream.data(), static_cast<int32_t>(stream.size()), &crc), StatusOk);
             const Field back = Decompress(stream, f, m.params, &read);
             ASSERT_EQ(back.v.size(), f.v.size());
             if (m.rate) {
@@ -472,6 +471,8 @@ TEST(ZfpRoundTrip, EachModeKeepsItsBound) {
                 ASSERT_LE(err, bound) << "block " << b / 64;
             }
         }
+        EXPECT_EQ(crc, m.crc) << "rate " << m.rate << " minExp " << m.params.minExp << " precision "
+                              << m.precision << std::hex << " crc 0x" << crc;
     }
 }
 
@@ -507,42 +508,41 @@ TEST(ZfpRoundTrip, StridedLayouts) {
 
 // ---- vector kernels and coders against their twins --------------------------------------------
 
-// Transform inputs within +-(2^30 - 1), often at the extremes, and any 32-bit words for the
+// Transform inputs within +-(2^30 - 1), often at the extremes; any 32-bit words for the
 // inverse transform (the lifting wraps around) and the bit-plane transposition.
 TEST(ZfpKernels, VectorMatchesScalar) {
     std::mt19937 rng(17);
     constexpr int32_t M = (1 << 30) - 1;
     for (int round = 0; round < 2000; ++round) {
         SCOPED_TRACE(round);
-        alignas(16) int32_t a[64], b[64], before[64];
-        alignas(16) uint32_t w[64], w2[64];
-        alignas(16) uint64_t planes[32], planes2[32];
+        alignas(16) int32_t v[64], s[64], in[64], wv[64], ws[64];
+        alignas(16) uint32_t w[64], back[2][64];
+        alignas(16) uint64_t planes[2][32];
         for (int i = 0; i < 64; ++i) {
             const uint32_t r = static_cast<uint32_t>(rng());
-            before[i] = a[i] = b[i] = round % 4 == 0 ? (r & 1 ? M : -M) : int32_t(r % (2u * M + 1)) - M;
+            in[i] = v[i] = s[i] = round % 4 == 0 ? (r & 1 ? M : -M) : int32_t(r % (2u * M + 1)) - M;
             w[i] = round % 3 == 0 ? r & (0xFFu << (8 * (round % 4))) : r;
         }
-        zfp::ForwardTransformSse2(a);
-        zfp::ForwardTransformScalar(b);
-        ASSERT_EQ(std::memcmp(a, b, sizeof a), 0) << "forward";
-        zfp::InverseTransformSse2(a);
-        zfp::InverseTransformScalar(b);
-        ASSERT_EQ(std::memcmp(a, b, sizeof a), 0) << "inverse";
+        zfp::ForwardTransformSse2(v);
+        zfp::ForwardTransformScalar(s);
+        ASSERT_EQ(std::memcmp(v, s, sizeof v), 0) << "forward";
+        zfp::InverseTransformSse2(v);
+        zfp::InverseTransformScalar(s);
+        ASSERT_EQ(std::memcmp(v, s, sizeof v), 0) << "inverse";
         // Three rounded passes undone by the lifting leave a few tens of units (measured: at
         // most 22 over 200000 blocks); a wrong basis or pass order leaves thousands.
-        for (int i = 0; i < 64; ++i) ASSERT_LE(std::abs(a[i] - before[i]), 32) << i;
-        std::memcpy(a, w, sizeof w);
-        std::memcpy(b, w, sizeof w);
-        zfp::InverseTransformSse2(b);
-        zfp::InverseTransformScalar(a);
-        ASSERT_EQ(std::memcmp(a, b, sizeof a), 0) << "inverse of any words";
-        zfp::WordsToPlanesSse2(w, planes);
-        zfp::WordsToPlanesScalar(w, planes2);
-        ASSERT_EQ(std::memcmp(planes, planes2, sizeof planes), 0) << "planes";
-        zfp::PlanesToWordsSse2(planes, w2);
-        ASSERT_EQ(std::memcmp(w, w2, sizeof w), 0) << "words";
-        zfp::PlanesToWordsScalar(planes, w2);
-        ASSERT_EQ(std::memcmp(w, w2, sizeof w), 0) << "scalar words";
+        for (int i = 0; i < 64; ++i) ASSERT_LE(std::abs(v[i] - in[i]), 32) << i;
+        std::memcpy(wv, w, sizeof w);
+        std::memcpy(ws, w, sizeof w);
+        zfp::InverseTransformSse2(wv);
+        zfp::InverseTransformScalar(ws);
+        ASSERT_EQ(std::memcmp(wv, ws, sizeof wv), 0) << "inverse of any words";
+        zfp::WordsToPlanesSse2(w, planes[0]);
+        zfp::WordsToPlanesScalar(w, planes[1]);
+        zfp::PlanesToWordsSse2(planes[0], back[0]);
+        zfp::PlanesToWordsScalar(planes[0], back[1]);
+        ASSERT_EQ(std::memcmp(planes[0], planes[1], sizeof planes[0]), 0) << "planes";
+        ASSERT_TRUE(std::memcmp(w, back[0], sizeof w) == 0 && std::memcmp(w, back[1], sizeof w) == 0);
     }
 }
 
@@ -584,34 +584,6 @@ TEST(ZfpCoders, VectorMatchesScalar) {
     }
 }
 
-// Encoders must give the same bytes in the i686 and x86-64 builds: CRC-32s of streams of
-// generated fields under each mode, recorded once and held by both builds.
-TEST(ZfpStream, SameBytesInBothBuilds) {
-    const struct {
-        const char* mode;
-        ZfpParams params;
-        FieldKind kind;
-        uint32_t crc;
-    } rows[] = {
-        {"rate 8", Rate(8), FieldKind::Smooth, 0x37B65EA7u},
-        {"rate 8", Rate(8), FieldKind::WideRange, 0x6ABC46EDu},
-        {"rate 16", Rate(16), FieldKind::Noisy, 0xF73B3382u},
-        {"rate 16", Rate(16), FieldKind::Sparse, 0x725FD7A4u},
-        {"precision 16", Precision(16), FieldKind::Smooth, 0x757C2CBBu},
-        {"precision 16", Precision(16), FieldKind::Constant, 0xB8A0828Au},
-        {"precision 16", Precision(16), FieldKind::WideRange, 0x8D351B85u},
-        {"accuracy 2^-10", Accuracy(-10), FieldKind::Noisy, 0xB7F3F9ADu},
-        {"accuracy 2^-10", Accuracy(-10), FieldKind::Sparse, 0xBA45776Fu},
-        {"accuracy 2^-10", Accuracy(-10), FieldKind::WideRange, 0x51AC187Eu},
-    };
-    for (const auto& row : rows) {
-        const auto stream = Compress(MakeField(row.kind, 16, 12, 8, 99), row.params);
-        uint32_t crc = 0;
-        ASSERT_EQ(zyrsCRC32_8u(stream.data(), static_cast<int32_t>(stream.size()), &crc), StatusOk);
-        EXPECT_EQ(crc, row.crc) << row.mode << ", kind " << static_cast<int>(row.kind);
-    }
-}
-
 // ---- libzfp ----------------------------------------------------------------------------------
 
 // libzfp (3-D floats, no stream header, serial) in each mode, and the record's parameters:
@@ -630,6 +602,15 @@ struct Mode {
     void (*configure)(zfp_stream*);
     ZfpParams ours;
 };
+
+double MaxError(const Field& a, const Field& b) {
+    double e = a.v.size() == b.v.size() ? 0.0 : INFINITY;
+    for (size_t i = 0; i < a.v.size() && i < b.v.size(); ++i) {
+        const double d = std::fabs(static_cast<double>(a.v[i]) - b.v[i]);
+        if (!(d <= e)) e = std::isnan(d) ? INFINITY : d;
+    }
+    return e;
+}
 
 // Compresses (empty `stream`) or decompresses f with libzfp in the given mode.
 void RunLibzfp(const Mode& mode, Field& f, Bytes& stream) {
