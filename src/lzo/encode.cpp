@@ -43,23 +43,31 @@ constexpr uint32_t kHighGoodEnough = 128;
 
 ZYRDC_INLINE uint32_t Hash(const uint8_t* p, uint32_t shift) { return (load_u32le(p) * kHashMultiplier) >> shift; }
 
-// Bytes equal at p and c, from p up to end.
+// Bytes equal at p and c, from p up to end: a machine word first, then 16 bytes a step.
 ZYRDC_INLINE size_t MatchExtend(const uint8_t* p, const uint8_t* c, const uint8_t* end) {
     const uint8_t* const start = p;
     if constexpr (sizeof(void*) == 8) {
-        while (p + 8 <= end) {
+        if (p + 8 <= end) {
             const uint64_t x = load_u64le(p) ^ load_u64le(c);
-            if (x != 0) return static_cast<size_t>(p - start) + static_cast<size_t>(__builtin_ctzll(x)) / 8;
+            if (x != 0) return static_cast<size_t>(__builtin_ctzll(x)) / 8;
             p += 8;
             c += 8;
         }
     } else {
-        while (p + 4 <= end) {
+        if (p + 4 <= end) {
             const uint32_t x = load_u32le(p) ^ load_u32le(c);
-            if (x != 0) return static_cast<size_t>(p - start) + static_cast<size_t>(__builtin_ctz(x)) / 8;
+            if (x != 0) return static_cast<size_t>(__builtin_ctz(x)) / 8;
             p += 4;
             c += 4;
         }
+    }
+    while (p + 16 <= end) {
+        const __m128i eq = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)),
+                                          _mm_loadu_si128(reinterpret_cast<const __m128i*>(c)));
+        const auto differ = static_cast<uint32_t>(_mm_movemask_epi8(eq)) ^ 0xFFFFu;
+        if (differ != 0) return static_cast<size_t>(p - start) + static_cast<size_t>(__builtin_ctz(differ));
+        p += 16;
+        c += 16;
     }
     while (p < end && *p == *c) {
         ++p;
@@ -263,17 +271,19 @@ uint32_t SegmentCount(uint64_t n) {
     return static_cast<uint32_t>(std::clamp<uint64_t>((n + 65535) >> 16, 2, kMaxSegments));
 }
 
-size_t EncodeFast(const uint8_t* src, size_t n, uint8_t* dst, size_t cap, uint8_t* table,
-                  uint32_t hashBits) {
-    if (n <= kLiteralOnlyMax) return LiteralsOnly(src, n, dst, cap);
-    std::memset(table, 0, size_t{4} << hashBits);
-    const uint32_t shift = 32 - hashBits;
+namespace {
+
+// The single-probe coder for one table size, so that the hash's shift is a constant.
+template <uint32_t kBits>
+size_t EncodeFastBits(const uint8_t* src, size_t n, uint8_t* dst, size_t cap, uint8_t* table) {
+    std::memset(table, 0, size_t{4} << kBits);
+    constexpr uint32_t kShift = 32 - kBits;
     const uint8_t* const end = src + n;
     const size_t limit = n - kLiteralOnlyMax;
     Writer w(dst, cap);
     size_t anchor = 0, p = 0;
     while (p < limit) {
-        uint8_t* const slot = table + 4 * Hash(src + p, shift);
+        uint8_t* const slot = table + 4 * Hash(src + p, kShift);
         size_t c = load_u32le(slot);
         store_u32le(slot, static_cast<uint32_t>(p));
         if (p - c - 1 < kMaxDistance && load_u32le(src + c) == load_u32le(src + p)) {
@@ -293,6 +303,20 @@ size_t EncodeFast(const uint8_t* src, size_t n, uint8_t* dst, size_t cap, uint8_
     w.Literals(src + anchor, n - anchor, end);
     w.End();
     return w.pos();
+}
+
+}  // namespace
+
+size_t EncodeFast(const uint8_t* src, size_t n, uint8_t* dst, size_t cap, uint8_t* table,
+                  uint32_t hashBits) {
+    if (n <= kLiteralOnlyMax) return LiteralsOnly(src, n, dst, cap);
+    switch (hashBits) {
+    case 10: return EncodeFastBits<10>(src, n, dst, cap, table);
+    case 11: return EncodeFastBits<11>(src, n, dst, cap, table);
+    case 12: return EncodeFastBits<12>(src, n, dst, cap, table);
+    case 13: return EncodeFastBits<13>(src, n, dst, cap, table);
+    default: return EncodeFastBits<14>(src, n, dst, cap, table);
+    }
 }
 
 size_t EncodeHigh(const uint8_t* src, size_t n, uint8_t* dst, size_t cap, uint8_t* tables) {
