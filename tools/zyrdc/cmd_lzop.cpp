@@ -268,7 +268,9 @@ public:
     std::span<const std::uint8_t> Encode(std::span<const std::uint8_t> in) {
         out_.resize(bound_);
         std::uint32_t len = static_cast<std::uint32_t>(out_.size());
-        CheckStatus(zyrsEncodeLZO_8u(in.data(), static_cast<std::uint32_t>(in.size()), out_.data(), &len, State()),
+        static const std::uint8_t kNothing = 0;  // an empty input still needs a source address
+        const std::uint8_t* src = in.empty() ? &kNothing : in.data();
+        CheckStatus(zyrsEncodeLZO_8u(src, static_cast<std::uint32_t>(in.size()), out_.data(), &len, State()),
                     "zyrsEncodeLZO_8u");
         return std::span(out_.data(), len);
     }
