@@ -76,107 +76,129 @@ ZYRDC_INLINE size_t MatchExtend(const uint8_t* p, const uint8_t* c, const uint8_
     return static_cast<size_t>(p - start);
 }
 
-// The stream being written. The destination always has room for the whole stream (the
-// caller sized it by the bound); `cap` only decides where 16-byte copies may overshoot.
+// x >= 1 as z zero bytes and e, x = 255 z + e with 1 <= e <= 255.
+ZYRDC_INLINE uint8_t* PutExtension(uint8_t* op, size_t x) {
+    if (x > 255) {
+        const size_t z = (x - 1) / 255;
+        std::memset(op, 0, z);
+        op += z;
+        x -= 255 * z;
+    }
+    *op++ = static_cast<uint8_t>(x);
+    return op;
+}
+
+// n literal bytes from s to op: in 16-byte units when both the destination (up to opEnd)
+// and the source (up to srcEnd) have room for the last unit, exactly otherwise.
+ZYRDC_INLINE uint8_t* PutBytes(uint8_t* op, const uint8_t* opEnd, const uint8_t* s, size_t n,
+                               const uint8_t* srcEnd) {
+    const size_t wide = (n + 15) & ~size_t{15};
+    if (static_cast<size_t>(opEnd - op) >= wide && static_cast<size_t>(srcEnd - s) >= wide) {
+        for (size_t i = 0; i < n; i += 16) {
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(op + i),
+                             _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i)));
+        }
+    } else {
+        std::memcpy(op, s, n);
+    }
+    return op + n;
+}
+
+// A literal run of n >= 1 bytes after a match: 1..3 counted in the low bits of the match's
+// last byte but one (its first byte in the two-byte form, the low distance byte otherwise),
+// more behind a run header of their own.
+ZYRDC_INLINE uint8_t* PutLiteralsAfterMatch(uint8_t* op, const uint8_t* opEnd, const uint8_t* s, size_t n,
+                                            const uint8_t* srcEnd) {
+    if (n <= 3) {
+        op[-2] = static_cast<uint8_t>(op[-2] | n);
+    } else if (n <= 18) {
+        *op++ = static_cast<uint8_t>(n - 3);
+    } else {
+        *op++ = 0;
+        op = PutExtension(op, n - 18);
+    }
+    return PutBytes(op, opEnd, s, n, srcEnd);
+}
+
+// The stream's first literal run, n >= 1 bytes.
+uint8_t* PutFirstLiterals(uint8_t* op, const uint8_t* opEnd, const uint8_t* s, size_t n, const uint8_t* srcEnd) {
+    if (n <= kFirstRunByteMax && n != kFirstRunAvoided) {
+        *op++ = static_cast<uint8_t>(n + 17);
+    } else {
+        *op++ = 0;
+        op = PutExtension(op, n - 18);
+    }
+    return PutBytes(op, opEnd, s, n, srcEnd);
+}
+
+// A match of len >= 4 bytes at distance 1..49151, in the shortest form that holds it; its
+// last byte but one takes the count of up to 3 literals that follow.
+ZYRDC_INLINE uint8_t* PutMatch(uint8_t* op, uint32_t dist, size_t len) {
+    if (len <= kM2MaxLen && dist <= kM2MaxDistance) {
+        const uint32_t d = dist - 1;
+        op[0] = static_cast<uint8_t>(((len - 1) << 5) | ((d & 7) << 2));
+        op[1] = static_cast<uint8_t>(d >> 3);
+        return op + 2;
+    }
+    uint32_t word;
+    if (dist <= kM3MaxDistance) {
+        if (len <= kM3MaxShortLen) {
+            *op++ = static_cast<uint8_t>(32 | (len - 2));
+        } else {
+            *op++ = 32;
+            op = PutExtension(op, len - kM3MaxShortLen);
+        }
+        word = (dist - 1) << 2;
+    } else {
+        const uint32_t far = dist - kM3MaxDistance;
+        const auto high = static_cast<uint8_t>(16 | ((far >> 11) & 8));
+        if (len <= kM4MaxShortLen) {
+            *op++ = static_cast<uint8_t>(high | (len - 2));
+        } else {
+            *op++ = high;
+            op = PutExtension(op, len - kM4MaxShortLen);
+        }
+        word = (far & 0x3FFF) << 2;
+    }
+    store_u16le(op, static_cast<uint16_t>(word));
+    return op + 2;
+}
+
+// The stream being written, for the coders' less frequent steps. The destination always
+// has room for the whole stream (the caller sized it by the bound); `cap` only decides
+// where 16-byte copies may overshoot.
 class Writer {
 public:
-    Writer(uint8_t* dst, size_t cap) : d_(dst), cap_(cap) {}
+    Writer(uint8_t* dst, size_t cap) : d_(dst), op_(dst), end_(dst + cap) {}
 
-    size_t pos() const { return pos_; }
+    size_t pos() const { return static_cast<size_t>(op_ - d_); }
+    bool matched() const { return matched_; }
+    uint8_t* op() const { return op_; }
+    const uint8_t* end() const { return end_; }
+    void Set(uint8_t* op) {
+        op_ = op;
+        matched_ = true;
+    }
 
     // A literal run of n bytes (none for n = 0) from s, whose source ends at srcEnd.
     ZYRDC_INLINE void Literals(const uint8_t* s, size_t n, const uint8_t* srcEnd) {
         if (n == 0) return;
-        if (kAt_ == kNoMatch) {
-            // The stream's first run.
-            if (n <= kFirstRunByteMax && n != kFirstRunAvoided) {
-                d_[pos_++] = static_cast<uint8_t>(n + 17);
-            } else {
-                d_[pos_++] = 0;
-                Extension(n - 18);
-            }
-        } else if (n <= 3) {
-            d_[kAt_] = static_cast<uint8_t>(d_[kAt_] | n);  // trailing literals of the match
-        } else if (n <= 18) {
-            d_[pos_++] = static_cast<uint8_t>(n - 3);
-        } else {
-            d_[pos_++] = 0;
-            Extension(n - 18);
-        }
-        Copy(s, n, srcEnd);
+        op_ = matched_ ? PutLiteralsAfterMatch(op_, end_, s, n, srcEnd) : PutFirstLiterals(op_, end_, s, n, srcEnd);
     }
-
-    // A match of len >= 4 bytes at distance 1..49151, in the shortest form that holds it.
     ZYRDC_INLINE void Match(uint32_t dist, size_t len) {
-        if (len <= kM2MaxLen && dist <= kM2MaxDistance) {
-            const uint32_t d = dist - 1;
-            kAt_ = pos_;
-            d_[pos_] = static_cast<uint8_t>(((len - 1) << 5) | ((d & 7) << 2));
-            d_[pos_ + 1] = static_cast<uint8_t>(d >> 3);
-            pos_ += 2;
-            return;
-        }
-        uint32_t word;
-        if (dist <= kM3MaxDistance) {
-            if (len <= kM3MaxShortLen) {
-                d_[pos_++] = static_cast<uint8_t>(32 | (len - 2));
-            } else {
-                d_[pos_++] = 32;
-                Extension(len - kM3MaxShortLen);
-            }
-            word = (dist - 1) << 2;
-        } else {
-            const uint32_t far = dist - kM3MaxDistance;
-            const auto high = static_cast<uint8_t>(16 | ((far >> 11) & 8));
-            if (len <= kM4MaxShortLen) {
-                d_[pos_++] = static_cast<uint8_t>(high | (len - 2));
-            } else {
-                d_[pos_++] = high;
-                Extension(len - kM4MaxShortLen);
-            }
-            word = (far & 0x3FFF) << 2;
-        }
-        kAt_ = pos_;
-        store_u16le(d_ + pos_, static_cast<uint16_t>(word));
-        pos_ += 2;
+        op_ = PutMatch(op_, dist, len);
+        matched_ = true;
     }
-
     void End() {
-        std::memcpy(d_ + pos_, kEndMarker, sizeof kEndMarker);
-        pos_ += sizeof kEndMarker;
+        std::memcpy(op_, kEndMarker, sizeof kEndMarker);
+        op_ += sizeof kEndMarker;
     }
 
 private:
-    static constexpr size_t kNoMatch = ~size_t{0};
-
-    // x >= 1 as z zero bytes and e, x = 255 z + e with 1 <= e <= 255.
-    ZYRDC_INLINE void Extension(size_t x) {
-        if (x > 255) {
-            const size_t z = (x - 1) / 255;
-            std::memset(d_ + pos_, 0, z);
-            pos_ += z;
-            x -= 255 * z;
-        }
-        d_[pos_++] = static_cast<uint8_t>(x);
-    }
-
-    ZYRDC_INLINE void Copy(const uint8_t* s, size_t n, const uint8_t* srcEnd) {
-        const size_t wide = (n + 15) & ~size_t{15};
-        if (pos_ + wide <= cap_ && static_cast<size_t>(srcEnd - s) >= wide) {
-            for (size_t i = 0; i < n; i += 16) {
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(d_ + pos_ + i),
-                                 _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i)));
-            }
-        } else {
-            std::memcpy(d_ + pos_, s, n);
-        }
-        pos_ += n;
-    }
-
     uint8_t* d_;
-    size_t cap_;
-    size_t pos_ = 0;
-    size_t kAt_ = kNoMatch;  // the byte whose low two bits count the last match's literals
+    uint8_t* op_;
+    const uint8_t* end_;
+    bool matched_ = false;
 };
 
 // A source too short to search: one literal run and the end marker.
@@ -281,25 +303,38 @@ size_t EncodeFastBits(const uint8_t* src, size_t n, uint8_t* dst, size_t cap, ui
     const uint8_t* const end = src + n;
     const size_t limit = n - kLiteralOnlyMax;
     Writer w(dst, cap);
+    // Until the first match the stream's opening run is pending; after it the loop below
+    // writes through op alone.
+    uint8_t* op = dst;
+    const uint8_t* const opEnd = w.end();
     size_t anchor = 0, p = 0;
     while (p < limit) {
         uint8_t* const slot = table + 4 * Hash(src + p, kShift);
         size_t c = load_u32le(slot);
         store_u32le(slot, static_cast<uint32_t>(p));
-        if (p - c - 1 < kMaxDistance && load_u32le(src + c) == load_u32le(src + p)) {
+        // Every table entry is a position of the source, so the candidate's bytes can be
+        // read before its distance is known to be in reach: one branch decides.
+        if ((p - c - 1 < kMaxDistance) & (load_u32le(src + c) == load_u32le(src + p))) {
             while (p > anchor && c > 0 && src[p - 1] == src[c - 1]) {
                 --p;
                 --c;
             }
             const size_t len = kMinMatch + MatchExtend(src + p + kMinMatch, src + c + kMinMatch, end);
-            w.Literals(src + anchor, p - anchor, end);
-            w.Match(static_cast<uint32_t>(p - c), len);
+            const size_t lits = p - anchor;
+            if (!w.matched()) {
+                op = PutFirstLiterals(op, opEnd, src + anchor, lits, end);
+                w.Set(op);
+            } else if (lits != 0) {
+                op = PutLiteralsAfterMatch(op, opEnd, src + anchor, lits, end);
+            }
+            op = PutMatch(op, static_cast<uint32_t>(p - c), len);
             p += len;
             anchor = p;
         } else {
             p += 1 + ((p - anchor) >> 5);
         }
     }
+    if (w.matched()) w.Set(op);
     w.Literals(src + anchor, n - anchor, end);
     w.End();
     return w.pos();
