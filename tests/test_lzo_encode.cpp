@@ -187,41 +187,35 @@ TEST(LzoEncode, ContainerSegmentCounts) {
 }
 
 TEST(LzoEncode, CheckOrderAndSizes) {
-    uint32_t size = 0;
     struct SizeRow { int32_t method; uint32_t maxLen; ZyrStatus status; uint32_t size; };
     const SizeRow sizeRows[] = {
-        {0, 1, StatusOk, 4160},          {0, 8192, StatusOk, 8256},   {1, 65536, StatusOk, 65600},
-        {0, 0x7FFFFFFF, StatusOk, 65600}, {2, 1, StatusOk, 262208},   {0, 0, StatusBadSize, 0},
-        {3, 0x80000000u, StatusBadSize, 0}, {3, 10, StatusBadArgument, 0}, {-1, 10, StatusBadArgument, 0},
+        {0, 1, StatusOk, 4160}, {0, 8192, StatusOk, 8256}, {1, 65536, StatusOk, 65600}, {0, 0x7FFFFFFF, StatusOk, 65600},
+        {2, 1, StatusOk, 262208}, {0, 0, StatusBadSize, 0}, {3, 0x80000000u, StatusBadSize, 0},
+        {3, 10, StatusBadArgument, 0}, {-1, 10, StatusBadArgument, 0},
     };
     for (const SizeRow& r : sizeRows) {
-        size = 0;
+        uint32_t size = 0;
+        std::vector<uint32_t> record(262208 / 4);
         EXPECT_EQ(zyrsEncodeLZOGetSize(r.method, r.maxLen, &size), r.status) << r.method << " " << r.maxLen;
         EXPECT_EQ(size, r.size);
-        std::vector<uint32_t> record(262208 / 4);
         EXPECT_EQ(zyrsEncodeLZOInit_8u(r.method, r.maxLen, reinterpret_cast<uint8_t*>(record.data())), r.status);
     }
     EXPECT_EQ(zyrsEncodeLZOGetSize(0, 1, nullptr), StatusNullPointer);
     EXPECT_EQ(zyrsEncodeLZOInit_8u(3, 0, nullptr), StatusNullPointer);
 
-    // Encode: each row damages one thing of a valid call.
-    const Bytes src = Make(Kind::Text, 1000, 2);
-    struct Row { const char* name; int32_t method; uint32_t srcLen; int capDelta; size_t word; uint32_t value; bool nullDst; ZyrStatus status; };
+    // Encode: each row damages a valid call (a record word, the capacity, the length, dst).
+    struct Row { int32_t method; uint32_t srcLen; int capDelta; size_t word; uint32_t value; bool nullDst; ZyrStatus status; };
     const Row rows[] = {
-        {"valid at the bound", 0, 1000, 0, 0, 0, false, StatusOk},
-        {"container at its bound", 1, 1000, 0, 0, 0, false, StatusOk},
-        {"one byte below the bound", 0, 1000, -1, 0, 0, false, StatusBadSize},
-        {"container below its bound", 1, 1000, -1, 0, 0, false, StatusBadSize},
-        {"null destination first", 0, 0x80000000u, -1, 0, 0, true, StatusNullPointer},
-        {"source length before the record", 0, 0x80000000u, 0, 0, 1, false, StatusBadSize},
-        {"wrong magic", 0, 1000, 0, 0, 1, false, StatusBadContext},
-        {"method word 3", 0, 1000, 0, 4, 3, false, StatusBadContext},
-        {"table bits 9", 0, 1000, 0, 12, 9, false, StatusBadContext},
-        {"table bits 15 for a probe method", 1, 1000, 0, 12, 15, false, StatusBadContext},
-        {"table bits 14 for chains", 2, 1000, 0, 12, 14, false, StatusBadContext},
-        {"record context before the bound", 0, 1000, -1, 0, 0x12345678, false, StatusBadContext},
+        {0, 1000, 0, 0, 0, false, StatusOk},            {1, 1000, 0, 0, 0, false, StatusOk},
+        {0, 1000, -1, 0, 0, false, StatusBadSize},      {1, 1000, -1, 0, 0, false, StatusBadSize},
+        {0, 0x80000000u, -1, 0, 0, true, StatusNullPointer}, {0, 0x80000000u, 0, 0, 1, false, StatusBadSize},
+        {0, 1000, 0, 0, 1, false, StatusBadContext},    {0, 1000, 0, 4, 3, false, StatusBadContext},
+        {0, 1000, 0, 12, 9, false, StatusBadContext},   {1, 1000, 0, 12, 15, false, StatusBadContext},
+        {2, 1000, 0, 12, 14, false, StatusBadContext},  {0, 1000, -1, 0, 7, false, StatusBadContext},
     };
-    for (const Row& r : rows) {
+    const Bytes src = Make(Kind::Text, 1000, 2);
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        const Row& r = rows[i];
         std::vector<uint32_t> record(262208 / 4);
         auto* state = reinterpret_cast<uint8_t*>(record.data());
         ASSERT_EQ(zyrsEncodeLZOInit_8u(r.method, 1000, state), StatusOk);
@@ -230,10 +224,8 @@ TEST(LzoEncode, CheckOrderAndSizes) {
         uint32_t len = static_cast<uint32_t>(zyrdc::lzo::EncodeBound(r.method, 1000) + r.capDelta);
         const uint32_t before = len;
         EXPECT_EQ(zyrsEncodeLZO_8u(src.data(), r.srcLen, r.nullDst ? nullptr : dst.data(), &len, state), r.status)
-            << r.name;
-        if (r.status != StatusOk) {
-            EXPECT_EQ(len, before) << r.name;
-        }
+            << "row " << i;
+        EXPECT_TRUE(r.status == StatusOk || len == before) << "row " << i;
     }
 }
 
