@@ -3,8 +3,8 @@
 // segment) give the input back, and nothing is written past the bound. The first byte picks
 // the method (low two bits), the record's size hint (bits 2..5: tables of 10 to 14 bits, or
 // the input's own size) and whether the input is stretched (bit 6: repeated, each copy
-// shifted by one, to 1 KiB times the second byte, so that containers have many segments and
-// matches reach far).
+// shifted by one, to 64 bytes times the second byte, or with bit 7 as well 1 KiB times it,
+// so that containers have many segments and matches reach far).
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int32_t method = (knob & 3) % 3;
     std::vector<uint8_t> src(data + 2, data + size);
     if ((knob & 0x40) != 0 && !src.empty()) {
-        const size_t target = size_t{data[1]} * 1024;
+        const size_t target = size_t{data[1]} * ((knob & 0x80) != 0 ? 1024 : 64);
         for (uint8_t shift = 1; src.size() < target; ++shift) {
             const size_t piece = std::min(size - 2, target - src.size());
             for (size_t i = 0; i < piece; ++i) src.push_back(static_cast<uint8_t>(data[2 + i] + shift));
