@@ -30,7 +30,7 @@ def main():
     runs = load(sys.argv[1])
 
     def get(kind, impl, f, key):
-        b = runs.get(f"{kind}/{impl}/{f}")
+        b = runs.get(f"{kind}/{impl}/{f}") or runs.get(f"{kind}/{impl}/{f}/real_time")
         return b.get(key) if b else None
 
     print("| file | fast speed / lzo1x_1 | fast size / lzo1x_1 | high speed / lzo1x_999 | "
