@@ -312,9 +312,9 @@ size_t EncodeFastBits(const uint8_t* src, size_t n, uint8_t* dst, size_t cap, ui
         uint8_t* const slot = table + 4 * Hash(src + p, kShift);
         size_t c = load_u32le(slot);
         store_u32le(slot, static_cast<uint32_t>(p));
-        // Every table entry is a position of the source, so the candidate's bytes can be
-        // read before its distance is known to be in reach: one branch decides.
-        if ((p - c - 1 < kMaxDistance) & (load_u32le(src + c) == load_u32le(src + p))) {
+        // A candidate out of reach is not read: it may lie anywhere in a long source, far
+        // outside the caches.
+        if (p - c - 1 < kMaxDistance && load_u32le(src + c) == load_u32le(src + p)) {
             while (p > anchor && c > 0 && src[p - 1] == src[c - 1]) {
                 --p;
                 --c;
