@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# run_lzo.sh - measure the LZO and LZSS benchmarks of both builds the way docs/benchmarks.md
+# run_lzo.sh - measure the LZO and LZSS benchmarks of both builds (the LZO encoder: x86-64) the way docs/benchmarks.md
 # was measured, and print its tables. Build both presets first; the corpus is read from
 # $ZYRDC_CORPUS (default: the shared corpus folder beside the source tree).
 #
@@ -27,3 +27,12 @@ for preset in x86_64-release i686-release; do
   files+=("$out/lzo-$preset.json")
 done
 python3 "$root/bench/lzo_table.py" "${files[@]}"
+
+# The encoder: one run per file (lzo1x_999 takes seconds on the larger files), x86-64 only.
+exe="$root/build/x86_64-release/bench/zyrdc_bench"
+if [ -x "$exe" ]; then
+  echo "== encoder, x86_64-release, load: $(cut -d' ' -f1-3 /proc/loadavg)" >&2
+  "$exe" --benchmark_filter='^lzo_(encode|segments)/' --benchmark_min_time=0.1 \
+         --benchmark_out="$out/lzo-encode-x86_64-release.json" --benchmark_out_format=json "$@" >&2
+  python3 "$root/bench/lzo_encode_table.py" "$out/lzo-encode-x86_64-release.json"
+fi

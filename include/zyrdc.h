@@ -288,6 +288,40 @@ ZYRDC_API ZyrStatus zyrsDecodeLZO_8u(const uint8_t* pSrc, uint32_t srcLen, uint8
     uint32_t* pDstLen);
 
 /* ---------------------------------------------------------------------------------- */
+/* LZO1X encoding                                                                      */
+/* ---------------------------------------------------------------------------------- */
+
+/* Methods of the encoder. Fast: one plain stream, one hash probe a position. Segmented: the
+ * container above with 2 to 32 segments (one per 64 KiB, at least 2), each an independent
+ * Fast stream, so that segments can be decoded separately (in parallel). High: one plain
+ * stream from hash chains with lazy matching, a better ratio at a lower speed. Every plain
+ * stream is an ordinary LZO1X stream that other LZO1X decoders read; none passes the
+ * container test. Both builds write the same bytes. */
+enum { LzoMethodFast = 0, LzoMethodSegmented = 1, LzoMethodHigh = 2 };
+
+/* The destination capacity zyrsEncodeLZO_8u requires for n source bytes (n below 2^31). */
+#define ZYRDC_LZO_BOUND(n) ((n) + (n) / 16 + 67)
+#define ZYRDC_LZO_SEGMENTED_BOUND(n) ((n) + (n) / 16 + 2275)
+
+/* Writes the state size for a method and inputs of about maxInputLen bytes: Fast and
+ * Segmented 64 + 4 * 2^b with b = ceil(log2 maxInputLen) - 2 kept within 10..14 (4160 to
+ * 65600), High 262208. maxInputLen 0 or above 0x7FFFFFFF: BadSize; method outside 0..2:
+ * BadArgument. */
+ZYRDC_API ZyrStatus zyrsEncodeLZOGetSize(int32_t method, uint32_t maxInputLen, uint32_t* pSize);
+/* Lays out the record (magic 0x7A4C5A4F, method, maxInputLen, table bits) at a 4-byte-
+ * aligned pState; checks as zyrsEncodeLZOGetSize after the null check. The record holds no
+ * pointer: it may be copied, and is the same in both builds. */
+ZYRDC_API ZyrStatus zyrsEncodeLZOInit_8u(int32_t method, uint32_t maxInputLen, uint8_t* pState);
+/* Codes the whole source (0 bytes give the empty stream) by the record's method; *pDstLen:
+ * capacity in, bytes written out. srcLen above 0x7FFFFFFF: BadSize; a record without its
+ * magic, method or table bits: BadContext; then (departure: it depends on the record's
+ * method) a capacity below ZYRDC_LZO_BOUND (Segmented: ZYRDC_LZO_SEGMENTED_BOUND) of srcLen:
+ * BadSize. Longer inputs than maxInputLen are coded with the record's table. Copies may
+ * store past the bytes written, never past the capacity. */
+ZYRDC_API ZyrStatus zyrsEncodeLZO_8u(const uint8_t* pSrc, uint32_t srcLen, uint8_t* pDst,
+    uint32_t* pDstLen, uint8_t* pState);
+
+/* ---------------------------------------------------------------------------------- */
 /* LZSS (the library's own bit format, 32 KB window), resumable                        */
 /* ---------------------------------------------------------------------------------- */
 

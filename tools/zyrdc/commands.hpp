@@ -28,6 +28,7 @@ int RunBwt(const Command& self, std::span<char* const> args);
 int RunZfp(const Command& self, std::span<char* const> args);
 int RunGzip(const Command& self, std::span<char* const> args);
 int RunLzop(const Command& self, std::span<char* const> args);
+int RunLzo(const Command& self, std::span<char* const> args);
 int RunLzss(const Command& self, std::span<char* const> args);
 
 }  // namespace zyrdc::tool

@@ -30,13 +30,30 @@ constexpr Command kCommands[] = {
      "Writes independent blocks of up to 4 MiB with a content checksum. '-' names standard\n"
      "input or output. On any error OUT is left as it was.\n",
      RunLz4},
-    {"lzop", "-d [-f] IN OUT", "decompress a file written by the lzop tool",
-     "  -d, --decompress  decompress IN (the only direction offered)\n"
-     "  -f, --force       overwrite OUT if it exists\n"
-     "Reads every member of IN, checks the header and the Adler-32 / CRC-32 checksums the\n"
-     "file carries, and decodes its LZO1X blocks. '-' names standard input or output. On\n"
-     "any error OUT is left as it was.\n",
+    {"lzop", "[-d|-t|-l] [-1..-9] [-c] [-f] [-k] [--crc32] [-F] [-C] [IN [OUT]]",
+     "compress or decompress files in the format of the lzop tool",
+     "  -1 .. -9          level: 1..6 the library's fast method (declared LZO1X-1), 7..9 its\n"
+     "                    chained method (declared LZO1X-999); default 3\n"
+     "  -d, --decompress  decompress: every member, its header and the checksums it carries\n"
+     "  -t, --test        decompress and check each IN, write nothing\n"
+     "  -l, --list        print each IN's method, sizes and ratio\n"
+     "  -c, --stdout      write to standard output (any number of INs, one after another)\n"
+     "  -f, --force       overwrite an existing output\n"
+     "  -k, --keep        keep IN (always done)\n"
+     "      --crc32       CRC-32 instead of Adler-32 for blocks and header\n"
+     "  -F, --no-checksum no checksum of the decompressed blocks\n"
+     "  -C, --checksum-compressed  also a checksum of each compressed block\n"
+     "IN OUT writes OUT; a single IN writes IN.lzo (with -d: IN without .lzo); no IN, or '-',\n"
+     "reads standard input. Blocks of 256 KiB. On any error the output is left as it was.\n",
      RunLzop},
+    {"lzo", "[-d] [-f] [--segments N] IN OUT",
+     "write or read the library's segmented LZO container as a raw file",
+     "  -d, --decompress  decode a container file\n"
+     "  -f, --force       overwrite OUT if it exists\n"
+     "  -s, --segments N  2..32 segments of equal size (default: one per 64 KiB, 2 to 32)\n"
+     "Segment i of n holds bytes i*(T/n) onward and decodes alone, so a reader can decode\n"
+     "segments in parallel. Inputs up to 2 GiB - 1 bytes, held in memory.\n",
+     RunLzo},
     {"lzss", "[-d] [-f] [--raw] [--piece BYTES] IN OUT",
      "compress or decompress a file in the library's LZSS format",
      "  -d, --decompress  decompress IN\n"
