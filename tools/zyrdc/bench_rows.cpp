@@ -13,9 +13,6 @@
 #include "inflate_reader.hpp"
 #include "zfp_volume.hpp"
 
-#if defined(ZYRDC_HAVE_LZO2)
-#include <lzo/lzo1x.h>
-#endif
 
 namespace zyrdc::tool {
 
@@ -288,17 +285,19 @@ std::string VerifyBlocks(const Coded& coded, std::span<const std::uint8_t> in, s
     return {};
 }
 
-#if defined(ZYRDC_HAVE_LZO2)
-// LZO1X: the input in blocks of 256 KiB (lzop's size) coded by liblzo2's fast encoder.
+// LZO1X: the input in blocks of 256 KiB (lzop's size) coded by the library's fast method.
 constexpr std::size_t kLzoBlock = 256 * 1024;
 
 std::vector<std::uint8_t> LzoEncode(std::span<const std::uint8_t> in) {
-    static const int kInit = lzo_init();
-    std::vector<std::uint8_t> work(LZO1X_1_MEM_COMPRESS), out(in.size() + in.size() / 16 + 67);
-    lzo_uint len = out.size();
-    if (kInit != LZO_E_OK || lzo1x_1_compress(in.data(), in.size(), out.data(), &len, work.data()) != LZO_E_OK) {
-        throw Failure("liblzo2 could not code the input");
-    }
+    std::uint32_t size = 0;
+    CheckStatus(zyrsEncodeLZOGetSize(LzoMethodFast, kLzoBlock, &size), "zyrsEncodeLZOGetSize");
+    std::vector<std::uint32_t> state((size + 3) / 4);
+    auto* record = reinterpret_cast<std::uint8_t*>(state.data());
+    CheckStatus(zyrsEncodeLZOInit_8u(LzoMethodFast, kLzoBlock, record), "zyrsEncodeLZOInit_8u");
+    std::vector<std::uint8_t> out(ZYRDC_LZO_BOUND(in.size()));
+    auto len = static_cast<std::uint32_t>(out.size());
+    CheckStatus(zyrsEncodeLZO_8u(in.data(), static_cast<std::uint32_t>(in.size()), out.data(), &len, record),
+                "zyrsEncodeLZO_8u");
     out.resize(len);
     return out;
 }
@@ -330,7 +329,6 @@ void AddLzoRows(std::vector<BenchRow>& rows) {
                         }});
     }
 }
-#endif
 
 // LZSS: the whole input in one call and a flush, through a record that lives with the row.
 class Lzss {
@@ -427,9 +425,7 @@ std::vector<BenchRow> BenchRows() {
                         [level](std::span<const std::uint8_t> in) { return GzipBytes(in, level).size(); },
                         [level](std::span<const std::uint8_t> in) { return VerifyGzip(level, in); }});
     }
-#if defined(ZYRDC_HAVE_LZO2)
     AddLzoRows(rows);
-#endif
     AddLzssRows(rows);
     AddZfpRows(rows);
     return rows;
