@@ -118,7 +118,7 @@ uint64_t Rebase(const uint8_t* p, size_t n, uint8_t* out) {
 template <bool kFwd, bool kScalar>
 uint64_t Mtf(const uint8_t* p, size_t n, uint8_t* out) {
     uint8_t t[256];
-    zyrdc::bzip2::MtfInit(t);
+    EXPECT_EQ(zyrsMTFInit_8u(t), StatusOk);
     const auto half = static_cast<int32_t>(n / 2), len = static_cast<int32_t>(n);
     if (kScalar) {
         (kFwd ? zyrdc::bzip2::MtfForwardScalar : zyrdc::bzip2::MtfInverseScalar)(p, out, len, t);
