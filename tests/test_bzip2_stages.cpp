@@ -30,7 +30,8 @@ Bytes Cat(std::initializer_list<Bytes> parts) {
 
 // The run-length stage over src in the pieces `cuts` gives, with `room` bytes of destination
 // a call (repeated while DstFull), then the flush. Encoding also returns the in-use table.
-Bytes Rle(bool encode, const Bytes& src, const std::vector<size_t>& cuts, int32_t room, Bytes* in_use = nullptr) {
+Bytes Rle(bool encode, const Bytes& src, const std::vector<size_t>& cuts, int32_t room,
+          Bytes* in_use = nullptr) {
     uint8_t state[264];
     EXPECT_EQ(encode ? zyrsEncodeRLEInit_BZ2_8u(state) : zyrsDecodeRLEStateInit_BZ2_8u(state), StatusOk);
     Bytes out, dst(static_cast<size_t>(room));
@@ -52,7 +53,8 @@ Bytes Rle(bool encode, const Bytes& src, const std::vector<size_t>& cuts, int32_
     for (ZyrStatus st = StatusDstFull; st == StatusDstFull;) {
         uint8_t* d = dst.data();
         int32_t len = room;
-        st = encode ? zyrsEncodeRLEFlush_BZ2_8u(d, &len, state) : zyrsDecodeRLEStateFlush_BZ2_8u(state, &d, &len);
+        st = encode ? zyrsEncodeRLEFlush_BZ2_8u(d, &len, state)
+                    : zyrsDecodeRLEStateFlush_BZ2_8u(state, &d, &len);
         out.insert(out.end(), dst.begin(), dst.begin() + (encode ? len : room - len));
     }
     if (in_use != nullptr) {
@@ -68,7 +70,8 @@ std::vector<size_t> SafeCuts(const Bytes& coded, std::mt19937& rng) {
     for (size_t i = 0, run = 0; i < coded.size(); ++i) {
         run = i > 0 && run > 0 && coded[i] == coded[i - 1] ? run + 1 : 1;
         if (run == 4 && i + 1 < coded.size()) {
-            std::fill(safe.begin() + static_cast<std::ptrdiff_t>(i) - 2, safe.begin() + static_cast<std::ptrdiff_t>(i) + 2, false);
+            const auto at = safe.begin() + static_cast<std::ptrdiff_t>(i);
+            std::fill(at - 2, at + 2, false);
             ++i;  // the count byte; the next byte opens a fresh run
             run = 0;
         }
@@ -82,15 +85,18 @@ std::vector<size_t> SafeCuts(const Bytes& coded, std::mt19937& rng) {
 }
 
 TEST(Rle, EdgeCasesOfTheRunRule) {
-    const Bytes x4(4, 'x');
+    const Bytes x4(4, 'x'), t = {'y', 'z', 'w', 'v', 'u'};
     const struct {
         const char* what;
         Bytes in;
         std::vector<size_t> cuts;
         Bytes out;
     } rows[] = {
-        {"259 equal bytes: four and 255", Bytes(259, 'x'), {259}, Cat({x4, {255}})},
-        {"260: four, 255, one literal", Bytes(260, 'x'), {260}, Cat({x4, {255, 'x'}})},
+        {"259 equal bytes: four and 255", Cat({Bytes(259, 'x'), t}), {264}, Cat({x4, {255}, t})},
+        {"260: four, 255, one literal", Cat({Bytes(260, 'x'), t}), {265}, Cat({x4, {255, 'x'}, t})},
+        {"261: four, 255, two literals", Cat({Bytes(261, 'x'), t}), {266}, Cat({x4, {255, 'x', 'x'}, t})},
+        {"262: four, 255, three literals", Cat({Bytes(262, 'x'), t}), {267},
+         Cat({x4, {255, 'x', 'x', 'x'}, t})},
         {"four at the end: the flush writes 0", x4, {4}, Cat({x4, {0}})},
         {"count written by the next call", Cat({x4, {'y'}}), {4, 5}, Cat({x4, {0, 'y'}})},
         {"a run carried across calls", Bytes(300, 'x'), {2, 5, 7, 300}, Cat({x4, {255}, x4, {37}})},
@@ -112,7 +118,7 @@ TEST(Rle, EdgeCasesOfTheRunRule) {
 TEST(Rle, SplitCallsAndDictionary) {
     std::mt19937 rng(21);
     for (uint32_t seed = 0; seed < 40; ++seed) {
-        const Bytes data = MakeData(DataKind::Mixed, 1 + rng() % 5000, seed);
+        const Bytes data = MakeData(seed % 2 ? DataKind::Mixed : DataKind::Runs, 1 + rng() % 5000, seed);
         Bytes in_use;
         const Bytes whole = Rle(true, data, {data.size()}, 1 << 16, &in_use);
         const auto room = static_cast<int32_t>(1 + rng() % 300);
@@ -222,7 +228,9 @@ TEST(ZeroRun, SmallDestinationsLoseNothing) {
         ASSERT_EQ(zyrsDecodeZ1Z2_BZ2_16u8u(&p, &left, exact.data(), &len), StatusOk);
         ASSERT_EQ(exact, idx);
         size_t longest = 0;
-        for (size_t i = 0, run = 0; i < idx.size(); ++i) longest = std::max(longest, run = idx[i] ? 0 : run + 1);
+        for (size_t i = 0, run = 0; i < idx.size(); ++i) {
+            longest = std::max(longest, run = idx[i] ? 0 : run + 1);
+        }
         ASSERT_EQ(ZrunDecode(whole, static_cast<int32_t>(longest + 1 + rng() % 40)), idx) << seed;
     }
 }

@@ -166,9 +166,15 @@ void CheckStreams(const Runner& run, const std::vector<uint8_t>& data, uint32_t 
 }
 
 TEST(DeflateLZ77, EveryLevelReexpandsWithinTheWindow) {
-    const auto data = zyrdc::test::MakeData(zyrdc::test::DataKind::Mixed, 60000, 3);
+    // Each matcher meets both: one ends in a match, the other in bytes that no match covers.
+    using zyrdc::test::DataKind;
+    const auto mixed = zyrdc::test::MakeData(DataKind::Mixed, 60000, 3);
+    auto text = zyrdc::test::MakeData(DataKind::Text, 60000, 4);
+    const auto tail = zyrdc::test::MakeData(DataKind::Random, 7, 5);
+    text.insert(text.end(), tail.begin(), tail.end());
     for (uint32_t level = 0; level < 30; ++level) {
         SCOPED_TRACE(level);
+        const auto& data = level / 10 == 1 ? text : mixed;
         const int minMatch = level % 10 == 0 ? 3 : 4;
         CheckStreams(Level(level), data, 4096, 1, false, minMatch, level);
         CheckStreams(Level(level), data, 4096, 40, level % 2 == 0, minMatch, level);
@@ -176,8 +182,8 @@ TEST(DeflateLZ77, EveryLevelReexpandsWithinTheWindow) {
     // Parameter records off the level table: tiny budgets, lazy limits and nice lengths.
     for (const LZ77Params& p :
          {LZ77Params{1, 4, 4, 4}, LZ77Params{7, 300, 5, 300}, LZ77Params{2, 4, 258, 4}}) {
-        CheckStreams([&p](Call& c) { c.params = p; return Slow(c); }, data, 4096, 30, true, 4, 2);
-        CheckStreams([&p](Call& c) { c.params = p; return Fast(c); }, data, 4096, 30, false, 4, 3);
+        CheckStreams([&p](Call& c) { c.params = p; return Slow(c); }, mixed, 4096, 30, true, 4, 2);
+        CheckStreams([&p](Call& c) { c.params = p; return Fast(c); }, text, 4096, 30, false, 4, 3);
     }
 }
 
