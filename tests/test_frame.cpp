@@ -167,7 +167,7 @@ TEST(Kernels, AgreeWithScalarTwinsAtEveryLengthAlignmentAndPageEdge) {
             GuardedBuffer src_edge(n), out_edge(n), src_front(n + 16, false);
             std::memcpy(src_edge.data(), data.data(), n);
             std::memcpy(src_front.data(), data.data(), n + 16);
-            std::vector<uint8_t> fenced(n + 64), twin(n);
+            std::vector<uint8_t> fenced(n + 64), twin(n + 1);  // never empty: data() stays non-null
             uint8_t* base = fenced.data() + zyrdc::bytes_to_boundary(fenced.data(), 16);
             for (size_t align = 0; align <= 16; align += n > 300 ? 8 : 1) {
                 const bool edge = align == 16;
