@@ -100,12 +100,13 @@ uint64_t FillTwin(const uint8_t*, size_t n, uint8_t* o) {
 // between entries 6 and 7.
 template <void (*kFn)(int32_t*, uint32_t, int32_t)>
 uint64_t Rebase(const uint8_t* p, size_t n, uint8_t* out) {
-    std::vector<int32_t> e(n / 4);
-    for (size_t i = 0; i < e.size(); ++i) {
+    const size_t count = n / 4;
+    std::vector<int32_t> e(count + 1);  // never empty: data() stays non-null
+    for (size_t i = 0; i < count; ++i) {
         e[i] = static_cast<int32_t>(zyrdc::load_u32le(p + 4 * i)) >> (p[4 * i] & 31);
     }
-    kFn(e.data(), static_cast<uint32_t>(e.size()), n % 2 ? 32775 : INT32_MAX - 40000);
-    std::memcpy(out, e.data(), 4 * e.size());
+    kFn(e.data(), static_cast<uint32_t>(count), n % 2 ? 32775 : INT32_MAX - 40000);
+    std::memcpy(out, e.data(), 4 * count);
     return 0;
 }
 
