@@ -1,12 +1,12 @@
 // Deflate Huffman coding: against a bit-at-a-time reference built from RFC 1951's base
 // tables, in one call and split, around the vector path, with the pending bits handed over;
-// nothing written past the final index; a fixed block that a peer inflates.
+// nothing written past the final index. (A peer inflates the coder's blocks at every level in
+// test_deflate_writer.cpp.)
 #include <gtest/gtest.h>
 
 #include <random>
 #include <vector>
 
-#include "deflate/deflate.hpp"
 #include "deflate_support.hpp"
 #include "support.hpp"
 #include "zyrdc.h"
@@ -120,7 +120,7 @@ TEST(DeflateHuff, MatchesReferenceWholeAndSplitAroundTheVectorPath) {
 
 // One row per documented edge: no entries with 10 pending bits; the longest match at the
 // farthest distance (symbol 285 without extra bits, distance code 29 with 8191 in 13 bits);
-// codes that fill the 32-bit accumulator exactly and then overflow it. Then null pointers.
+// codes that fill the 32-bit accumulator exactly and then overflow it.
 TEST(DeflateHuff, EdgeCases) {
     std::vector<HuffCodeEntry> lit(286, {0, 0}), dist(30, {0, 0});
     lit['A'] = {0x1F, 5};
@@ -141,51 +141,10 @@ TEST(DeflateHuff, EdgeCases) {
         const Streams s{r.lit, r.dist, lit, dist};
         CheckAgainstReference(s, {r.lit.size()}, r.pending, r.count, 1);
     }
-    uint8_t byte = 0, out[8];
-    uint16_t zero = 0, code = 0;
-    uint32_t bits = 0, idx = 0;
-    EXPECT_EQ(zyrsDeflateHuff_8u(nullptr, &zero, 1, &code, &bits, lit.data(), dist.data(), out, &idx),
-              StatusNullPointer);
-    EXPECT_EQ(zyrsDeflateHuff_8u(&byte, &zero, 1, &code, &bits, lit.data(), nullptr, out, &idx),
-              StatusNullPointer);
-    EXPECT_EQ(zyrsDeflateHuff_8u(&byte, &zero, 1, &code, &bits, lit.data(), dist.data(), out, nullptr),
-              StatusNullPointer);
     const Bits longest = Reference({{255}, {32768}, lit, dist}, 0, 1, 0, 0);
     EXPECT_EQ(longest.count, 3 + 2 + 13 - 16u);
     EXPECT_EQ(longest.bytes,
               (std::vector<uint8_t>{0x5 | 0x2 << 3 | (8191 & 7) << 5, 0xFF}));  // 8191 >> 3, low byte
-}
-
-// A fixed-code block (header bits as the pending bits, the body from matcher output, then the
-// 7-bit end-of-block code) decodes with the peer, on both sides of the vector path.
-TEST(DeflateHuff, FixedBlockInflatesWithPeer) {
-    if (!zyrdc::test::HavePeerInflate())
-        GTEST_SKIP() << "neither zlib nor libdeflate is installed for this build";
-    const auto data = zyrdc::test::VariedData(30000, 9);
-    std::vector<uint8_t> lit(4096);
-    std::vector<uint16_t> dist(4096);
-    std::vector<int32_t> head(32768, -32768), prev(32768, -32768);
-    HuffCodeEntry lf[286] = {}, df[30] = {};
-    const uint8_t* src = data.data();
-    int32_t len = static_cast<int32_t>(data.size()), idx = 0, room = 4096;
-    ASSERT_EQ(zyrsDeflateLZ77_8u(&src, &len, &idx, src, 32768, head.data(), prev.data(), 32768, lf, df,
-                                 lit.data(), dist.data(), &room, 6, 2),
-              StatusOk);
-    const auto litCodes = zyrdc::test::FixedLitCodes(), distCodes = zyrdc::test::FixedDistCodes();
-    for (uint32_t n : {2047u, 2048u}) {
-        std::vector<uint8_t> out(6 * n + 8);
-        uint16_t code = 0x3;  // BFINAL 1, BTYPE 01
-        uint32_t bits = 3, at = 0;
-        ASSERT_EQ(zyrsDeflateHuff_8u(lit.data(), dist.data(), n, &code, &bits, litCodes.data(),
-                                     distCodes.data(), out.data(), &at),
-                  StatusOk);
-        out.resize(at + (bits + 7 + 7) / 8);  // the end-of-block code is seven zero bits
-        out[at] = static_cast<uint8_t>(code);
-        if (out.size() > at + 1) out[at + 1] = 0;
-        std::vector<uint8_t> want;
-        ASSERT_TRUE(zyrdc::test::Expand(lit.data(), dist.data(), n, want));
-        EXPECT_EQ(zyrdc::test::PeerInflate(out, want.size()), want) << n;
-    }
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
-// Deflate LZ77 matching: check orders, the documented edge cases, and properties of the
-// streams at every level in one call and in many, with history contiguous or apart.
+// Deflate LZ77 matching: the documented edge cases, and properties of the streams at every
+// level in one call and in many, with history contiguous or apart. (Check orders:
+// test_abi.cpp; the rebase kernel against its scalar twin: test_frame.cpp.)
 #include <gtest/gtest.h>
 
 #include <array>
@@ -7,7 +8,7 @@
 #include <random>
 #include <vector>
 
-#include "deflate/deflate.hpp"
+#include "data.hpp"
 #include "deflate_support.hpp"
 #include "support.hpp"
 #include "zyrdc.h"
@@ -21,7 +22,6 @@ constexpr int32_t kNone = -32768;  // a fresh table entry
 struct Call {
     std::vector<uint8_t> data = std::vector<uint8_t>(1000, 'a');
     const uint8_t* src = nullptr;
-    const uint8_t** ppSrc = &src;
     int32_t srcLen = 1000, srcIdx = 0, dstLen = 2000;
     const uint8_t* window = nullptr;
     uint32_t winSize = 32768, hashSize = 65536;
@@ -39,7 +39,7 @@ using Runner = std::function<ZyrStatus(Call&)>;
 // The Fast and Slow matchers share one signature; a level stands in for the record otherwise.
 Runner With(decltype(&zyrsDeflateLZ77Fast_8u) fn) {
     return [fn](Call& c) {
-        return fn(c.ppSrc, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(), c.prev.data(),
+        return fn(&c.src, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(), c.prev.data(),
                   c.hashSize, c.litFreq.data(), c.distFreq.data(), c.lit.data(), c.dist.data(), &c.dstLen,
                   &c.params, c.flush);
     };
@@ -47,62 +47,10 @@ Runner With(decltype(&zyrsDeflateLZ77Fast_8u) fn) {
 const Runner Fast = With(zyrsDeflateLZ77Fast_8u), Slow = With(zyrsDeflateLZ77Slow_8u);
 Runner Level(uint32_t level) {
     return [level](Call& c) {
-        return zyrsDeflateLZ77_8u(c.ppSrc, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(),
+        return zyrsDeflateLZ77_8u(&c.src, &c.srcLen, &c.srcIdx, c.window, c.winSize, c.head.data(),
                                   c.prev.data(), c.hashSize, c.litFreq.data(), c.distFreq.data(),
                                   c.lit.data(), c.dist.data(), &c.dstLen, level, c.flush);
     };
-}
-
-// One row per failing argument, in the documented order; a refused call leaves the source,
-// counts and tables as they were.
-TEST(DeflateLZ77, CheckOrder) {
-    const uint8_t* nullSrc = nullptr;
-    struct Row {
-        const char* what;
-        Runner run;
-        std::function<void(Call&)> spoil;
-        ZyrStatus want;
-    } rows[] = {
-        {"level 30 before a null source", Level(30), [&](Call& c) { c.ppSrc = nullptr; }, StatusBadSize},
-        {"null ppSrc", Level(1), [&](Call& c) { c.ppSrc = nullptr; }, StatusNullPointer},
-        {"null window", Fast, [](Call& c) { c.window = nullptr; }, StatusNullPointer},
-        {"null source before bad size", Slow, [&](Call& c) { c.ppSrc = &nullSrc, c.winSize = 1; },
-         StatusNullPointer},
-        {"winSize 255", Fast, [](Call& c) { c.winSize = 255; }, StatusBadSize},
-        {"winSize 32769", Level(6), [](Call& c) { c.winSize = 32769; }, StatusBadSize},
-        {"hashSize 65537", Fast, [](Call& c) { c.hashSize = 65537; }, StatusBadSize},
-        {"hashSize 255 before bad params", Slow, [](Call& c) { c.hashSize = 255, c.params.maxChain = 0; },
-         StatusBadSize},
-        {"fast maxChain -1", Fast, [](Call& c) { c.params.maxChain = -1; }, StatusBadArgument},
-        {"fast chained nice 3", Fast, [](Call& c) { c.params.niceLength = 3; }, StatusBadArgument},
-        {"fast chained insert 3", Fast, [](Call& c) { c.params.maxInsertLength = 3; }, StatusBadArgument},
-        {"fast single probe ignores the rest", Fast, [](Call& c) { c.params = {0, 0, 0, 0}; }, StatusOk},
-        {"slow maxChain 0", Slow, [](Call& c) { c.params.maxChain = 0; }, StatusBadArgument},
-        {"slow good 3", Slow, [](Call& c) { c.params.goodLength = 3; }, StatusBadArgument},
-        {"slow insert 3", Slow, [](Call& c) { c.params.maxInsertLength = 3; }, StatusBadArgument},
-    };
-    for (const Row& r : rows) {
-        Call c;
-        r.spoil(c);
-        EXPECT_EQ(r.run(c), r.want) << r.what;
-        if (r.want == StatusOk) continue;
-        EXPECT_EQ(c.srcLen, 1000) << r.what;
-        EXPECT_EQ(c.dstLen, 2000) << r.what;
-        EXPECT_EQ(c.src, c.data.data()) << r.what;
-        EXPECT_EQ(c.head, std::vector<int32_t>(65536, kNone)) << r.what;
-        EXPECT_EQ(c.litFreq[uint8_t{'a'}].code, 0) << r.what;
-    }
-    // The table functions: pointers, then sizes (the dictionary's hashSize is signed).
-    int32_t head[256], prev[256];
-    uint8_t byte = 0, window[256];
-    EXPECT_EQ(zyrsDeflateUpdateHash_8u(nullptr, 0, 9, head, 256, prev, 256, 1), StatusNullPointer);
-    EXPECT_EQ(zyrsDeflateUpdateHash_8u(&byte, 0, 1, head, 256, nullptr, 1, 1), StatusNullPointer);
-    EXPECT_EQ(zyrsDeflateUpdateHash_8u(&byte, 0, 1, head, 256, prev, 32769, 1), StatusBadSize);
-    EXPECT_EQ(zyrsDeflateUpdateHash_8u(&byte, 0, 1, head, 255, prev, 256, 1), StatusBadSize);
-    EXPECT_EQ(zyrsDeflateDictionarySet_8u(&byte, 1, head, 256, prev, nullptr, 256, 0), StatusNullPointer);
-    EXPECT_EQ(zyrsDeflateDictionarySet_8u(&byte, 1, head, -1, prev, window, 256, 0), StatusBadSize);
-    EXPECT_EQ(zyrsDeflateDictionarySet_8u(&byte, 1, head, 65537, prev, window, 256, 0), StatusBadSize);
-    EXPECT_EQ(zyrsDeflateDictionarySet_8u(&byte, 1, head, 256, prev, window, 255, 0), StatusBadSize);
 }
 
 // 300 equal bytes at level 1: a literal and a 258-byte match at distance 1; without a flush
@@ -218,9 +166,15 @@ void CheckStreams(const Runner& run, const std::vector<uint8_t>& data, uint32_t 
 }
 
 TEST(DeflateLZ77, EveryLevelReexpandsWithinTheWindow) {
-    const auto data = zyrdc::test::VariedData(60000, 3);
+    // Each matcher meets both: one ends in a match, the other in bytes that no match covers.
+    using zyrdc::test::DataKind;
+    const auto mixed = zyrdc::test::MakeData(DataKind::Mixed, 60000, 3);
+    auto text = zyrdc::test::MakeData(DataKind::Text, 60000, 4);
+    const auto tail = zyrdc::test::MakeData(DataKind::Random, 7, 5);
+    text.insert(text.end(), tail.begin(), tail.end());
     for (uint32_t level = 0; level < 30; ++level) {
         SCOPED_TRACE(level);
+        const auto& data = level / 10 == 1 ? text : mixed;
         const int minMatch = level % 10 == 0 ? 3 : 4;
         CheckStreams(Level(level), data, 4096, 1, false, minMatch, level);
         CheckStreams(Level(level), data, 4096, 40, level % 2 == 0, minMatch, level);
@@ -228,8 +182,8 @@ TEST(DeflateLZ77, EveryLevelReexpandsWithinTheWindow) {
     // Parameter records off the level table: tiny budgets, lazy limits and nice lengths.
     for (const LZ77Params& p :
          {LZ77Params{1, 4, 4, 4}, LZ77Params{7, 300, 5, 300}, LZ77Params{2, 4, 258, 4}}) {
-        CheckStreams([&p](Call& c) { c.params = p; return Slow(c); }, data, 4096, 30, true, 4, 2);
-        CheckStreams([&p](Call& c) { c.params = p; return Fast(c); }, data, 4096, 30, false, 4, 3);
+        CheckStreams([&p](Call& c) { c.params = p; return Slow(c); }, mixed, 4096, 30, true, 4, 2);
+        CheckStreams([&p](Call& c) { c.params = p; return Fast(c); }, text, 4096, 30, false, 4, 3);
     }
 }
 
@@ -237,7 +191,7 @@ TEST(DeflateLZ77, EveryLevelReexpandsWithinTheWindow) {
 // winSize plus what it consumed, and the history put in before still yields matches.
 TEST(DeflateLZ77, RebasingKeepsTheWindow) {
     const uint32_t winSize = 4096, skip = 100;
-    const auto history = zyrdc::test::VariedData(winSize, 8);
+    const auto history = zyrdc::test::MakeData(zyrdc::test::DataKind::Random, winSize, 8);
     std::vector<uint8_t> data = history;  // the source repeats the history at distance 3996
     data.insert(data.end(), history.begin() + skip, history.end());
     const int32_t srcLen = static_cast<int32_t>(winSize - skip);
@@ -261,19 +215,6 @@ TEST(DeflateLZ77, RebasingKeepsTheWindow) {
         ASSERT_TRUE(zyrdc::test::Expand(c.lit.data(), c.dist.data(), n, out));
         EXPECT_EQ(out, data);
         EXPECT_LT(n, winSize / 100) << "the history was not found";
-    }
-}
-
-// The 16-byte rebase kernel against its scalar twin, at the edges of the clamp.
-TEST(DeflateLZ77, RebaseKernelAgreesWithScalar) {
-    std::vector<int32_t> v = {INT32_MIN, -40000, -32768, -32767, 0,        1,
-                              99999,     100000, 132767, 132768, INT32_MAX};
-    for (int32_t d : {1, 100000, INT32_MAX - 40000}) {
-        auto a = v, b = v;
-        zyrdc::deflate::RebaseEntries(a.data(), static_cast<uint32_t>(a.size()), d);
-        zyrdc::deflate::RebaseEntriesScalar(b.data(), static_cast<uint32_t>(b.size()), d);
-        EXPECT_EQ(a, b) << d;
-        for (int32_t e : a) EXPECT_GE(e, -32768);
     }
 }
 

@@ -1,5 +1,5 @@
-// Inflate table building: the documented validation cases and check order, exact entries of
-// a small single-level code, and peer-produced streams decoded through the tables. (The fuzz
+// Inflate table building: the documented validation cases, exact entries of a small
+// single-level code, and peer-produced streams decoded through the tables. (The fuzz
 // harness, replayed in every build, walks every symbol of each accepted code back through
 // both layouts.)
 #include <gtest/gtest.h>
@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "data.hpp"
 #include "deflate_support.hpp"
 #include "deflate_writer.hpp"
 #include "inflate_reader.hpp"
@@ -34,7 +35,7 @@ std::vector<uint16_t> Chain(uint16_t longest) {
     return v;
 }
 
-TEST(InflateTable, ValidationAndCheckOrder) {
+TEST(InflateTable, Validation) {
     const auto fixedLit = Lens({{144, 8}, {112, 9}, {24, 7}, {8, 8}});
     auto withDist = [&](std::vector<uint16_t> dist) {
         auto v = fixedLit;
@@ -52,8 +53,6 @@ TEST(InflateTable, ValidationAndCheckOrder) {
         {"fixed literal/length code", fixedLit, 288, 0, StatusOk, 2},
         {"fixed distance code is incomplete", withDist(Lens({{30, 5}})), 288, 30, StatusBadHuffmanCode,
          kUntouched},
-        {"289 lengths", Lens({{289, 9}}), 289, 0, StatusBadSize, kUntouched},
-        {"31 distance lengths", withDist(Lens({{31, 5}})), 288, 31, StatusBadSize, kUntouched},
         {"no literal/length code", Lens({{288, 0}}), 288, 0, StatusBadHuffmanCode, kUntouched},
         {"one code of length 1", eobOnly, 257, 0, StatusOk, 2},
         {"one code of length 2", Lens({{256, 0}, {1, 2}}), 257, 0, StatusBadHuffmanCode, kUntouched},
@@ -75,9 +74,6 @@ TEST(InflateTable, ValidationAndCheckOrder) {
         EXPECT_EQ(t.header[2], r.kind) << r.what;
         for (int w : {0, 1, 3, 4, 5, 6, 7}) EXPECT_EQ(t.header[w], kUntouched) << r.what << " word " << w;
     }
-    InflateHuffTable t;
-    EXPECT_EQ(zyrsInflateBuildHuffTable(nullptr, 289, 0, &t), StatusNullPointer);
-    EXPECT_EQ(zyrsInflateBuildHuffTable(fixedLit.data(), 289, 31, nullptr), StatusNullPointer);
 }
 
 // 'A' 1 bit (code 0), end of block 2 bits (10), 265 and 285 3 bits (110, 111); distances 0 and
@@ -117,7 +113,7 @@ TEST(InflateTable, PeerStreamsDecodeThroughTheTables) {
         b = static_cast<uint8_t>(k * 4 + rng() % 2);
     }
     zyrdc::tool::InflateStats stats;
-    for (const auto& data : {zyrdc::test::VariedData(300000, 6), skewed}) {
+    for (const auto& data : {zyrdc::test::MakeData(zyrdc::test::DataKind::Mixed, 300000, 6), skewed}) {
         for (int level : {1, 6, 9}) {
             std::vector<uint8_t> stream(data.size() + data.size() / 10 + 1024);
 #if defined(ZYRDC_HAVE_ZLIB)
