@@ -322,6 +322,28 @@ TEST(Lz4HcLinked, DictLimitAtTheBlockEqualsAnIndependentBlockAndASlidBufferConti
                   Bytes(work.begin() + 65536, work.begin() + 115536));
 }
 
+// Runs are judged a stretch of candidates at a time; the blocks are those of the walk one
+// candidate at a time, for runs of every length against every reach and candidate budget.
+TEST(Lz4HcRuns, StretchesGiveTheBlocksOfTheCandidateByCandidateWalk) {
+    std::mt19937 rng(17);
+    Bytes data;
+    while (data.size() < 36000) {
+        const size_t len = rng() % 3 == 0 ? rng() % 6000 : 1 + rng() % 70;
+        data.insert(data.end(), len, static_cast<uint8_t>(rng() % 3 == 0 ? rng() : rng() % 2));
+    }
+    for (int level = 1; level <= 12; ++level) {
+        for (int32_t capacity : {Worst(data.size()), 3000}) {
+            Bytes rec1 = Record(), rec2 = Record();
+            Bytes a(static_cast<size_t>(capacity)), b(static_cast<size_t>(capacity));
+            const auto n = static_cast<int32_t>(data.size() - 12000);
+            const auto r1 = zyrdc::lz4::EncodeHc(rec1.data(), data.data(), 12000, n, 3000, true, a.data(), capacity, level, false);
+            const auto r2 = zyrdc::lz4::EncodeHc(rec2.data(), data.data(), 12000, n, 3000, true, b.data(), capacity, level, true);
+            ASSERT_EQ(r1.consumed, r2.consumed) << level;
+            ASSERT_EQ(Bytes(a.begin(), a.begin() + r1.written), Bytes(b.begin(), b.begin() + r2.written)) << level;
+        }
+    }
+}
+
 // ---- dictionary -------------------------------------------------------------------------------
 
 Bytes DictBlock(const Bytes& msg, const uint8_t* dict, int32_t dictLen, const uint8_t* table0 = nullptr) {

@@ -3,6 +3,8 @@
 // close validly. Linked blocks keep the chains from one call to the next; a block that does
 // not continue the previous one rebuilds them from the history in reach, so the bytes of a
 // block depend only on the bytes it can reach.
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -29,6 +31,33 @@ constexpr uint32_t kHashBits = 15;
 constexpr uint32_t kChainMask = 0xFFFF;
 // The optimal parser prices at most this many positions ahead of a window's start.
 constexpr uint32_t kCells = 4096;
+
+// Bytes equal to b from p[from] on, counting from `from`, at most up to p[most - 1]: the
+// count of leading b's when p[0 .. from) are b already.
+uint32_t RunForward(const uint8_t* p, uint8_t b, uint32_t from, uint32_t most) {
+    const __m128i bb = _mm_set1_epi8(static_cast<char>(b));
+    uint32_t n = from;
+    for (; n + 16 <= most; n += 16) {
+        const uint32_t differ = static_cast<uint32_t>(_mm_movemask_epi8(
+                                    _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + n)), bb))) ^ 0xFFFF;
+        if (differ != 0) return n + static_cast<uint32_t>(__builtin_ctz(differ));
+    }
+    while (n < most && p[n] == b) ++n;
+    return n;
+}
+
+// The k >= 1 with p[0], p[-1], ..., p[1 - k] equal to b (p[0] is) and p[-k] not, at most `most`.
+uint32_t RunBackward(const uint8_t* p, uint8_t b, uint32_t most) {
+    const __m128i bb = _mm_set1_epi8(static_cast<char>(b));
+    uint32_t k = 1;
+    for (; k + 16 <= most; k += 16) {  // p[-k - 15 .. -k]
+        const uint32_t differ = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(
+                                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(p - k - 15)), bb))) ^ 0xFFFF;
+        if (differ != 0) return k + static_cast<uint32_t>(__builtin_clz(differ) - 16);
+    }
+    while (k < most && p[-static_cast<ptrdiff_t>(k)] == b) ++k;
+    return k;
+}
 
 uint32_t Get32(const uint8_t* rec, uint32_t off) { return load_u32le(rec + off); }
 void Set32(uint8_t* rec, uint32_t off, uint32_t v) { store_u32le(rec + off, v); }
@@ -70,7 +99,11 @@ public:
     }
 
     // The longest match at p of at most maxLen bytes (the nearest of equals) with a
-    // candidate at or above `low`; 0 if none reaches 4 bytes.
+    // candidate at or above `low`; 0 if none reaches 4 bytes. With kRuns, a stretch of
+    // candidates inside one run of a byte (when p starts such a run too) is judged at once:
+    // their lengths follow from the two run lengths, so the result is the one the walk
+    // candidate by candidate would give, with each candidate counted.
+    template <bool kRuns>
     uint32_t Search(uint32_t p, uint32_t low, uint32_t maxLen, const HcLevel& lv, uint32_t& offset) {
         UpdateTo(p);
         const uint8_t* const ip = buf_ + (p - base_);
@@ -78,15 +111,32 @@ public:
         uint32_t c = load_u32le(head_ + 4 * Hash(first));
         uint32_t best = kMinMatchLength - 1;
         const uint32_t span = p - low;  // candidates lie in [low, p)
-        for (uint32_t left = lv.candidates; left != 0; --left) {
+        const uint8_t b = static_cast<uint8_t>(first);
+        const bool run = kRuns && first == b * 0x01010101u;
+        uint32_t r = 0;  // bytes equal to b from p, at most maxLen
+        if (run) r = RunForward(ip, b, 4, maxLen);
+        const uint32_t stopAt = std::min(lv.nice, maxLen);
+        for (uint32_t left = lv.candidates; left != 0;) {
             if (c - low >= span) break;
             const uint8_t* const cp = buf_ + (c - base_);
+            if (run && load_u32le(cp) == first) {
+                Stretch st{c, c - low + 1, left};
+                if (RunStretch(ip, cp, r, maxLen, stopAt, st, best, offset, p)) break;
+                left -= st.count;
+                if (!st.atRunStart || left == 0) break;
+                c = st.next;
+                const uint32_t d = load_u16le(chain_ + 2 * (c & kChainMask));
+                if (d == 0) break;
+                c -= d;
+                continue;
+            }
+            --left;
             if (cp[best] == ip[best] && load_u32le(cp) == first) {
                 const uint32_t len = kMinMatchLength + CommonLength(ip + 4, cp + 4, maxLen - 4);
                 if (len > best) {
                     best = len;
                     offset = p - c;
-                    if (len >= lv.nice || len >= maxLen) break;
+                    if (len >= stopAt) break;
                 }
             }
             const uint32_t d = load_u16le(chain_ + 2 * (c & kChainMask));
@@ -97,6 +147,55 @@ public:
     }
 
 private:
+    struct Stretch {
+        uint32_t c;          // in: the first candidate, in a run of the byte p starts with
+        uint32_t room;       // in: candidates from c down to the lowest reachable position
+        uint32_t left;       // in: candidates the walk may still visit
+        uint32_t count = 0;  // out: candidates of the stretch visited
+        bool atRunStart = false;  // out: the stretch ended at its run's first position
+        uint32_t next = 0;   // out: that position (the walk goes on along its chain)
+    };
+
+    // The candidates c, c - 1, ... down to the run's start (chained 1 apart, all holding the
+    // run's byte b): candidate c - j matches t = t0 + j bytes of b before the run ends (t0 =
+    // run end - c). With p's run of r bytes (r = maxLen: no end in reach) its length is
+    // min(t, maxLen) while t < r, at t = r the run ends on both sides and the bytes after
+    // them decide, beyond it is r. Returns true when a length reached stopAt (the walk ends).
+    bool RunStretch(const uint8_t* ip, const uint8_t* cp, uint32_t r, uint32_t maxLen, uint32_t stopAt,
+                    Stretch& st, uint32_t& best, uint32_t& offset, uint32_t p) const {
+        const uint8_t b = ip[0];
+        const uint32_t t0 = RunForward(cp, b, 4, maxLen + 1);  // maxLen + 1: beyond every threshold
+        const uint32_t k = RunBackward(cp, b, std::min(st.room, st.left));
+        st.count = k;
+        st.atRunStart = k < std::min(st.room, st.left);
+        st.next = st.c - (k - 1);
+        auto take = [&](uint32_t j, uint32_t len) {
+            best = len;
+            offset = p - (st.c - j);
+            return len >= stopAt;
+        };
+        const bool open = r >= maxLen;  // p's run covers the whole reach
+        // Lengths rising one a candidate: t below r (all t when open), capped at maxLen.
+        const uint32_t end1 = open ? k : std::min(k, r > t0 ? r - t0 : 0);
+        const uint32_t first = best + 1 > t0 ? best + 1 - t0 : 0;
+        if (first < end1) {
+            const uint32_t brk = std::max(first, stopAt > t0 ? stopAt - t0 : 0);
+            if (brk < end1) return take(brk, std::min(t0 + brk, maxLen));
+            take(end1 - 1, t0 + end1 - 1);
+        }
+        if (open) return false;
+        // t = r: both runs end together.
+        if (t0 <= r && r - t0 < k) {
+            const uint32_t j = r - t0;
+            const uint32_t len = std::min(maxLen, r + CommonLength(cp + t0, ip + r, maxLen - r));
+            if (len > best && take(j, len)) return true;
+        }
+        // Beyond: r bytes each; only the first can improve.
+        const uint32_t j3 = r + 1 > t0 ? r + 1 - t0 : 0;
+        if (j3 < k && r > best && take(j3, r)) return true;
+        return false;
+    }
+
     uint8_t* head_;
     uint8_t* chain_;
     const uint8_t* buf_;
@@ -104,6 +203,7 @@ private:
     uint32_t next_;
 };
 
+template <bool kRuns>
 class HcEncoder {
 public:
     HcEncoder(uint8_t* rec, const uint8_t* buf, uint32_t base, uint32_t nextToUpdate, uint32_t srcIdx,
@@ -137,7 +237,7 @@ private:
         const uint32_t vp = vstart_ + p;
         const uint32_t low = std::max(vlow_, vp - kFarthestOffset);
         cachedPos_ = p;
-        cachedLen_ = chains_.Search(vp, low, n_ - kMatchEndTail - p, lv_, cachedOffset_);
+        cachedLen_ = chains_.template Search<kRuns>(vp, low, n_ - kMatchEndTail - p, lv_, cachedOffset_);
         offset = cachedOffset_;
         return cachedLen_;
     }
@@ -306,7 +406,8 @@ void HcInit(uint8_t* record) {
 bool HcHasMagic(const uint8_t* record) { return Get32(record, kHcOffMagic) == kHcMagic; }
 
 EncodeResult EncodeHc(uint8_t* rec, const uint8_t* buf, int32_t srcIdx, int32_t srcLen,
-                      int32_t dictLimit, bool linked, uint8_t* dst, int32_t capacity, int level) {
+                      int32_t dictLimit, bool linked, uint8_t* dst, int32_t capacity, int level,
+                      bool candidateByCandidate) {
     const auto idx = static_cast<uint32_t>(srcIdx);
     const auto n = static_cast<uint32_t>(srcLen);
     // History starts at h0: nothing older than 65535 bytes before the block can match.
@@ -335,10 +436,20 @@ EncodeResult EncodeHc(uint8_t* rec, const uint8_t* buf, int32_t srcIdx, int32_t 
             chosen = true;
         }
     }
-    HcEncoder enc(rec, buf, base, nextToUpdate, idx, n, h0 > static_cast<uint32_t>(dictLimit) ? h0 : static_cast<uint32_t>(dictLimit),
-                  dst, static_cast<size_t>(capacity), HcLevelOf(level));
-    const EncodeResult r = enc.Run();
-    Set32(rec, kHcOffNextToUpdate, enc.nextToUpdate());
+    const uint32_t lowIdx = std::max(h0, static_cast<uint32_t>(dictLimit));
+    const auto cap = static_cast<size_t>(capacity);
+    EncodeResult r;
+    uint32_t next;
+    if (candidateByCandidate) {
+        HcEncoder<false> enc(rec, buf, base, nextToUpdate, idx, n, lowIdx, dst, cap, HcLevelOf(level));
+        r = enc.Run();
+        next = enc.nextToUpdate();
+    } else {
+        HcEncoder<true> enc(rec, buf, base, nextToUpdate, idx, n, lowIdx, dst, cap, HcLevelOf(level));
+        r = enc.Run();
+        next = enc.nextToUpdate();
+    }
+    Set32(rec, kHcOffNextToUpdate, next);
     Set32(rec, kHcOffBase, base);
     Set32(rec, kHcOffEnd, base + idx + static_cast<uint32_t>(r.consumed));
     Set32(rec, kHcOffContinuable, linked && r.consumed == srcLen ? 1 : 0);

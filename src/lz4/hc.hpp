@@ -45,8 +45,11 @@ bool HcHasMagic(const uint8_t* record);
 // Codes buf[srcIdx, srcIdx + srcLen) into at most `capacity` bytes. `linked` (the
 // DictLimit form): earlier bytes from dictLimit on are history and the chains carry over
 // from a call that ended where this one starts; otherwise the block stands alone.
+// `candidateByCandidate` walks runs one candidate at a time (the same blocks, slower; for
+// tests of the shortcut).
 EncodeResult EncodeHc(uint8_t* record, const uint8_t* buf, int32_t srcIdx, int32_t srcLen,
-                      int32_t dictLimit, bool linked, uint8_t* dst, int32_t capacity, int level);
+                      int32_t dictLimit, bool linked, uint8_t* dst, int32_t capacity, int level,
+                      bool candidateByCandidate = false);
 
 // ---- dictionary -------------------------------------------------------------------------
 
