@@ -164,7 +164,8 @@ private:
     bool RunStretch(const uint8_t* ip, const uint8_t* cp, uint32_t r, uint32_t maxLen, uint32_t stopAt,
                     Stretch& st, uint32_t& best, uint32_t& offset, uint32_t p) const {
         const uint8_t b = ip[0];
-        const uint32_t t0 = RunForward(cp, b, 4, maxLen + 1);  // maxLen + 1: beyond every threshold
+        // Every t above r behaves alike, so the run ahead of c is measured up to r + 1.
+        const uint32_t t0 = RunForward(cp, b, 4, r + 1);
         const uint32_t k = RunBackward(cp, b, std::min(st.room, st.left));
         st.count = k;
         st.atRunStart = k < std::min(st.room, st.left);
