@@ -67,10 +67,7 @@ int32_t Worst(size_t n) { return static_cast<int32_t>(n + n / 255 + 16); }
 void CheckBlockRules(const uint8_t* b, size_t len, size_t n, size_t history) {
     size_t i = 0, out = 0;
     auto run = [&](size_t v) {
-        if (v == 15) {
-            uint8_t x;
-            do { x = b[i++]; v += x; } while (x == 255);
-        }
+        for (uint8_t x = 255; v >= 15 && x == 255; v += x) x = b[i++];
         return v;
     };
     for (;;) {
@@ -95,11 +92,7 @@ void CheckBlockRules(const uint8_t* b, size_t len, size_t n, size_t history) {
 // ---- one encoder per row --------------------------------------------------------------------
 
 enum class Fn { HC, HCDictLimit, Dict, DictSafe };
-struct Encoder {
-    const char* name;
-    Fn fn;
-    int level;
-};
+struct Encoder { const char* name; Fn fn; int level; };
 
 std::vector<Encoder> AllEncoders() {
     std::vector<Encoder> e;
@@ -110,11 +103,7 @@ std::vector<Encoder> AllEncoders() {
     return e;
 }
 
-struct Coded {
-    ZyrStatus status;
-    int32_t consumed;
-    Bytes block;
-};
+struct Coded { ZyrStatus status; int32_t consumed; Bytes block; };
 
 // Codes `data` after `history` (the dictionary, or the earlier part of the buffer for
 // HCDictLimit) into a guarded destination of `capacity` bytes.
@@ -127,17 +116,11 @@ Coded Encode(const Encoder& e, const Bytes& history, const Bytes& data, int32_t 
     const auto h = static_cast<int32_t>(history.size());
     switch (e.fn) {
         case Fn::HC: s = zyrsEncodeLZ4HC_8u(data.data(), &srcLen, dst.data(), &dstLen, record, e.level); break;
-        case Fn::HCDictLimit:
-            s = zyrsEncodeLZ4HCDictLimit_8u(buf.data(), h, &srcLen, dst.data(), &dstLen, record, e.level, 0);
-            break;
+        case Fn::HCDictLimit: s = zyrsEncodeLZ4HCDictLimit_8u(buf.data(), h, &srcLen, dst.data(), &dstLen, record, e.level, 0); break;
         case Fn::Dict:
         case Fn::DictSafe: {
             uint8_t table[16384];
-            if (h > 0) {
-                EXPECT_EQ(zyrsEncodeLZ4LoadDict_8u(history.data(), h, table), StatusOk);
-            } else {
-                EXPECT_EQ(zyrsEncodeLZ4DictHashTableInit_8u(table), StatusOk);
-            }
+            EXPECT_EQ(h > 0 ? zyrsEncodeLZ4LoadDict_8u(history.data(), h, table) : zyrsEncodeLZ4DictHashTableInit_8u(table), StatusOk);
             s = e.fn == Fn::Dict ? zyrsEncodeLZ4Dict_8u(data.data(), srcLen, dst.data(), &dstLen, table, history.data(), h)
                                  : zyrsEncodeLZ4DictSafe_8u(data.data(), &srcLen, dst.data(), &dstLen, table,
                                                             history.data(), h);
@@ -196,9 +179,7 @@ TEST_P(EveryEncoder, BlocksDecodeToTheSourceForEveryKindAndSize) {
                          std::to_string(static_cast<int>(kind)) + " n " + std::to_string(n));
             ASSERT_EQ(c.status, StatusOk);
             ASSERT_EQ(c.consumed, static_cast<int32_t>(n));
-            if (n < 13) {
-                ASSERT_EQ(c.block.size(), n + 1);  // one literal run
-            }
+            ASSERT_TRUE(n >= 13 || c.block.size() == n + 1) << "one literal run";
             ExpectDecodes(c, history, data);
         }
     }
@@ -216,9 +197,7 @@ TEST_P(EveryEncoder, EveryCapacityGivesACompleteBlockOfTheConsumedPrefix) {
             const Coded c = Encode(e, history, data, cap, record.data());
             SCOPED_TRACE(std::string(e.name) + " level " + std::to_string(e.level) + " capacity " + std::to_string(cap));
             ASSERT_EQ(c.status, c.consumed < static_cast<int32_t>(data.size()) ? StatusDstFull : StatusOk);
-            if (cap == 1) {
-                ASSERT_EQ(c.block, Bytes{0x00});
-            }
+            ASSERT_TRUE(cap != 1 || c.block == Bytes{0x00});
             ExpectDecodes(c, history, data);
         }
         // The worst case always fits.
@@ -233,6 +212,16 @@ INSTANTIATE_TEST_SUITE_P(Lz4Hc, EveryEncoder, ::testing::ValuesIn(AllEncoders())
 
 // ---- linked blocks ----------------------------------------------------------------------------
 
+// One linked block of buf[idx, idx + n).
+Bytes HcBlock(const uint8_t* buf, size_t idx, size_t n, uint8_t* rec, int level, size_t dictLimit) {
+    Bytes out(static_cast<size_t>(Worst(n)));
+    int32_t srcLen = static_cast<int32_t>(n), dstLen = static_cast<int32_t>(out.size());
+    EXPECT_EQ(zyrsEncodeLZ4HCDictLimit_8u(buf, static_cast<int32_t>(idx), &srcLen, out.data(), &dstLen, rec, level,
+                                          static_cast<int32_t>(dictLimit)), StatusOk);
+    out.resize(static_cast<size_t>(dstLen));
+    return out;
+}
+
 // Blocks of `step` bytes over one buffer, each with the history the decoder still holds
 // (`window` bytes back); with `fresh` a new record for every block.
 std::vector<Bytes> LinkedBlocks(const Bytes& buf, size_t step, size_t window, int level, bool fresh) {
@@ -240,24 +229,13 @@ std::vector<Bytes> LinkedBlocks(const Bytes& buf, size_t step, size_t window, in
     Bytes record = Record();
     for (size_t at = 0; at < buf.size(); at += step) {
         if (fresh) record = Record();
-        int32_t srcLen = static_cast<int32_t>(std::min(step, buf.size() - at));
-        int32_t dstLen = Worst(static_cast<size_t>(srcLen));
-        Bytes dst(static_cast<size_t>(dstLen));
-        const auto dictLimit = static_cast<int32_t>(at > window ? at - window : 0);
-        EXPECT_EQ(zyrsEncodeLZ4HCDictLimit_8u(buf.data(), static_cast<int32_t>(at), &srcLen, dst.data(), &dstLen,
-                                              record.data(), level, dictLimit),
-                  StatusOk);
-        dst.resize(static_cast<size_t>(dstLen));
-        blocks.push_back(dst);
+        blocks.push_back(HcBlock(buf.data(), at, std::min(step, buf.size() - at), record.data(), level,
+                                 at > window ? at - window : 0));
     }
     return blocks;
 }
 
-struct LinkedRow {
-    Kind kind;
-    size_t size, step, window;
-    int level;
-};
+struct LinkedRow { Kind kind; size_t size, step, window; int level; };
 
 class Linked : public ::testing::TestWithParam<LinkedRow> {};
 
@@ -293,33 +271,23 @@ INSTANTIATE_TEST_SUITE_P(Lz4Hc, Linked, ::testing::Values(
     LinkedRow{Kind::Runs, 150000, 30000, 1000, 12}));
 
 TEST(Lz4HcLinked, DictLimitAtTheBlockEqualsAnIndependentBlockAndASlidBufferContinues) {
-    const Bytes buf = MakeData(Kind::Text, 200000, 5);
+    Bytes buf = MakeData(Kind::Text, 200000, 5), rec = Record();
     for (int level : {2, 5, 10}) {
-        Bytes rec1 = Record(), rec2 = Record();
-        Bytes a(Worst(100000)), b(Worst(100000));
-        int32_t n1 = 100000, n2 = 100000, d1 = static_cast<int32_t>(a.size()), d2 = d1;
-        ASSERT_EQ(zyrsEncodeLZ4HC_8u(buf.data() + 50000, &n1, a.data(), &d1, rec1.data(), level), StatusOk);
-        ASSERT_EQ(zyrsEncodeLZ4HCDictLimit_8u(buf.data(), 50000, &n2, b.data(), &d2, rec2.data(), level, 50000), StatusOk);
-        ASSERT_EQ(Bytes(a.begin(), a.begin() + d1), Bytes(b.begin(), b.begin() + d2));
+        Bytes a(static_cast<size_t>(Worst(100000))), r2 = Record();
+        int32_t n = 100000, d = static_cast<int32_t>(a.size());
+        ASSERT_EQ(zyrsEncodeLZ4HC_8u(buf.data() + 50000, &n, a.data(), &d, rec.data(), level), StatusOk);
+        a.resize(static_cast<size_t>(d));
+        ASSERT_EQ(a, HcBlock(buf.data(), 50000, 100000, r2.data(), level, 50000));
     }
-    // Code 100000 bytes, slide the last 65536 to the buffer start, continue from there: the
-    // same block as coding the next piece from a fresh record over the slid buffer.
-    Bytes work(buf.begin(), buf.begin() + 150000);
-    Bytes rec = Record();
-    Bytes out(Worst(100000));
-    int32_t n = 100000, d = static_cast<int32_t>(out.size());
-    ASSERT_EQ(zyrsEncodeLZ4HCDictLimit_8u(work.data(), 0, &n, out.data(), &d, rec.data(), 9, 0), StatusOk);
-    std::memmove(work.data(), work.data() + 100000 - 65536, 65536 + 50000);
-    Bytes cont(Worst(50000)), fresh(Worst(50000));
-    int32_t n1 = 50000, n2 = 50000, d1 = static_cast<int32_t>(cont.size()), d2 = d1;
-    Bytes rec2 = Record();
-    ASSERT_EQ(zyrsEncodeLZ4HCDictLimit_8u(work.data(), 65536, &n1, cont.data(), &d1, rec.data(), 9, 0), StatusOk);
-    ASSERT_EQ(zyrsEncodeLZ4HCDictLimit_8u(work.data(), 65536, &n2, fresh.data(), &d2, rec2.data(), 9, 0), StatusOk);
-    cont.resize(d1);
-    fresh.resize(d2);
-    ASSERT_EQ(cont, fresh);
-    ExpectDecodes({StatusOk, 50000, cont}, Bytes(work.begin(), work.begin() + 65536),
-                  Bytes(work.begin() + 65536, work.begin() + 115536));
+    // Code 100000 bytes, slide the last 64 KiB to the buffer start and go on: the block of a
+    // fresh record over the slid buffer.
+    HcBlock(buf.data(), 0, 100000, rec.data(), 9, 0);
+    std::memmove(buf.data(), buf.data() + 100000 - 65536, 65536 + 50000);
+    Bytes fresh = Record();
+    const Bytes cont = HcBlock(buf.data(), 65536, 50000, rec.data(), 9, 0);
+    ASSERT_EQ(cont, HcBlock(buf.data(), 65536, 50000, fresh.data(), 9, 0));
+    ExpectDecodes({StatusOk, 50000, cont}, Bytes(buf.begin(), buf.begin() + 65536),
+                  Bytes(buf.begin() + 65536, buf.begin() + 115536));
 }
 
 // Runs are judged a stretch of candidates at a time; the blocks are those of the walk one
@@ -346,46 +314,35 @@ TEST(Lz4HcRuns, StretchesGiveTheBlocksOfTheCandidateByCandidateWalk) {
 
 // ---- dictionary -------------------------------------------------------------------------------
 
-Bytes DictBlock(const Bytes& msg, const uint8_t* dict, int32_t dictLen, const uint8_t* table0 = nullptr) {
+Bytes DictBlock(const uint8_t* src, size_t n, const uint8_t* dict, int32_t dictLen, const uint8_t* table0 = nullptr) {
     uint8_t table[16384];
-    if (table0 != nullptr) {
-        std::memcpy(table, table0, sizeof table);
-    } else if (dict != nullptr && dictLen > 0) {
-        EXPECT_EQ(zyrsEncodeLZ4LoadDict_8u(dict, dictLen, table), StatusOk);
-    } else {
-        EXPECT_EQ(zyrsEncodeLZ4DictHashTableInit_8u(table), StatusOk);
-    }
-    Bytes out(static_cast<size_t>(Worst(msg.size())));
+    if (table0 != nullptr) std::memcpy(table, table0, sizeof table);
+    const ZyrStatus loaded = table0 != nullptr ? StatusOk
+                             : dictLen > 0 ? zyrsEncodeLZ4LoadDict_8u(dict, dictLen, table) : zyrsEncodeLZ4DictHashTableInit_8u(table);
+    EXPECT_EQ(loaded, StatusOk);
+    Bytes out(static_cast<size_t>(Worst(n)));
     int32_t len = 0;
-    EXPECT_EQ(zyrsEncodeLZ4Dict_8u(msg.data(), static_cast<int32_t>(msg.size()), out.data(), &len, table, dict, dictLen),
-              StatusOk);
+    EXPECT_EQ(zyrsEncodeLZ4Dict_8u(src, static_cast<int32_t>(n), out.data(), &len, table, dict, dictLen), StatusOk);
     out.resize(static_cast<size_t>(len));
     return out;
 }
 
 TEST(Lz4Dict, PlacementTableCopiesAndReachDoNotChangeABlock) {
     const Bytes text = MakeData(Kind::Text, 200000, 9);
-    const Bytes dict(text.begin(), text.begin() + 100 * 1024);
+    const auto d = static_cast<int32_t>(100 * 1024);  // a dictionary of the first 100 KiB
     uint8_t pristine[16384];
-    ASSERT_EQ(zyrsEncodeLZ4LoadDict_8u(dict.data(), static_cast<int32_t>(dict.size()), pristine), StatusOk);
-    const Bytes last64(dict.end() - 65536, dict.end());
+    ASSERT_EQ(zyrsEncodeLZ4LoadDict_8u(text.data(), d, pristine), StatusOk);
+    const Bytes dict(text.begin(), text.begin() + d), last64(text.begin() + d - 65536, text.begin() + d);
     for (size_t len : {13, 40, 100, 5000}) {
         const Bytes msg(text.begin() + 150000, text.begin() + 150000 + static_cast<ptrdiff_t>(len));
-        const Bytes block = DictBlock(msg, dict.data(), static_cast<int32_t>(dict.size()));
+        const Bytes block = DictBlock(msg.data(), len, dict.data(), d);
         SCOPED_TRACE(len);
         EXPECT_LT(block.size(), msg.size()) << "repeated dictionary content compresses";
-        EXPECT_EQ(block, DictBlock(msg, last64.data(), 65536)) << "only the last 64 KiB count";
-        EXPECT_EQ(block, DictBlock(msg, dict.data(), static_cast<int32_t>(dict.size()), pristine)) << "table copy";
+        EXPECT_EQ(block, DictBlock(msg.data(), len, last64.data(), 65536)) << "only the last 64 KiB count";
+        EXPECT_EQ(block, DictBlock(msg.data(), len, dict.data(), d, pristine)) << "table copy";
         Bytes adjacent(dict);
         adjacent.insert(adjacent.end(), msg.begin(), msg.end());
-        uint8_t table[16384];
-        ASSERT_EQ(zyrsEncodeLZ4LoadDict_8u(adjacent.data(), static_cast<int32_t>(dict.size()), table), StatusOk);
-        Bytes out(Worst(len));
-        int32_t outLen = 0;
-        ASSERT_EQ(zyrsEncodeLZ4Dict_8u(adjacent.data() + dict.size(), static_cast<int32_t>(len), out.data(), &outLen,
-                                       table, adjacent.data(), static_cast<int32_t>(dict.size())), StatusOk);
-        out.resize(static_cast<size_t>(outLen));
-        EXPECT_EQ(block, out) << "adjacent dictionary";
+        EXPECT_EQ(block, DictBlock(adjacent.data() + d, len, adjacent.data(), d)) << "adjacent dictionary";
         ExpectDecodes({StatusOk, static_cast<int32_t>(len), block}, dict, msg);
         // The separate-dictionary core, the dictionary standing in for the first 64 KiB.
         Bytes dec(65536 + len + 16);
@@ -393,8 +350,8 @@ TEST(Lz4Dict, PlacementTableCopiesAndReachDoNotChangeABlock) {
         ASSERT_EQ(zyrsDecodeLZ4Dict_8u(block.data(), &srcLen, dec.data(), 65536, &dstLen, last64.data(), 65536), StatusOk);
         ASSERT_EQ(Bytes(dec.begin() + 65536, dec.begin() + 65536 + dstLen), msg);
     }
-    const Bytes msg(text.begin(), text.begin() + 3000);
-    EXPECT_EQ(DictBlock(msg, nullptr, 0), DictBlock(msg, text.data(), 0)) << "null and empty dictionary";
+    EXPECT_EQ(DictBlock(text.data(), 3000, nullptr, 0), DictBlock(text.data(), 3000, text.data() + 5000, 0))
+        << "null and empty dictionary";
 }
 
 TEST(Lz4Dict, AnyTableContentIsSafe) {
@@ -403,7 +360,7 @@ TEST(Lz4Dict, AnyTableContentIsSafe) {
     for (int round = 0; round < 20; ++round) {
         uint8_t table[16384];
         for (auto& b : table) b = static_cast<uint8_t>(round % 2 ? rng() : (rng() % 4 ? 0 : rng()));
-        const Bytes block = DictBlock(msg, dict.data(), static_cast<int32_t>(dict.size()), table);
+        const Bytes block = DictBlock(msg.data(), msg.size(), dict.data(), static_cast<int32_t>(dict.size()), table);
         ExpectDecodes({StatusOk, static_cast<int32_t>(msg.size()), block}, dict, msg);
     }
 }
@@ -415,10 +372,7 @@ TEST(Lz4HcChecks, InOrder) {
     bad[0] ^= 1;
     uint8_t src[32] = {}, dst[64], table[16384] = {};
     int32_t n = 32, cap = 64, size;
-    struct Row {
-        const char* what;
-        ZyrStatus got, want;
-    };
+    struct Row { const char* what; ZyrStatus got, want; };
     auto hc = [&](const uint8_t* s, int32_t sl, uint8_t* d, int32_t dl, uint8_t* r, int lv) {
         n = sl;
         cap = dl;
