@@ -302,7 +302,7 @@ std::size_t DecodeBlock(Reader& r, const std::vector<std::uint8_t>& block, std::
 // Where decoded bytes go: a file, or nowhere when only testing.
 using Sink = std::function<void(std::span<const std::uint8_t>)>;
 
-void DecodeFrame(Reader& r, const Sink& out, const std::vector<std::uint8_t>& dict) {
+void DecodeFrame(Reader& r, const Sink& out, const std::vector<std::uint8_t>& dict, Progress& progress) {
     std::uint8_t descriptor[14];
     r.Read(descriptor, 2);
     const std::uint8_t flg = descriptor[0], bd = descriptor[1];
@@ -348,6 +348,7 @@ void DecodeFrame(Reader& r, const Sink& out, const std::vector<std::uint8_t>& di
         }
         content.Update(dest, produced);
         out(std::span<const std::uint8_t>(dest, produced));
+        progress.Add(4 + n);
         total += produced;
         if (linked) {  // keep the last 64 KiB right before the next block
             const std::size_t keep = std::min(kWindow, history + produced);
@@ -385,7 +386,10 @@ bool DecodeLegacy(Reader& r, const Sink& out, std::uint32_t& next) {
     }
 }
 
-void Decompress(InputFile& in, const Sink& out, const std::vector<std::uint8_t>& dict) {
+// Progress counts the input read, of `size` bytes when known.
+void Decompress(InputFile& in, const Sink& out, const std::vector<std::uint8_t>& dict,
+                std::optional<std::uint64_t> size) {
+    Progress progress(size);
     Reader r(in);
     std::uint32_t magic = 0;
     bool have = false;  // a magic number already read by a legacy frame
@@ -400,7 +404,7 @@ void Decompress(InputFile& in, const Sink& out, const std::vector<std::uint8_t>&
         }
         have = false;
         if (magic == kFrameMagic) {
-            DecodeFrame(r, out, dict);
+            DecodeFrame(r, out, dict, progress);
         } else if (magic == kLegacyMagic) {
             have = DecodeLegacy(r, out, magic);
         } else if ((magic & kSkippableMask) == kSkippableMagic) {
@@ -489,7 +493,7 @@ int RunLz4(const Command& self, std::span<char* const> args) {
     InputFile in(inName);
     if (test) {
         if (parsed.operands.size() != 1) throw UsageError("-t takes no output file");
-        Decompress(in, [](std::span<const std::uint8_t>) {}, settings.dict);
+        Decompress(in, [](std::span<const std::uint8_t>) {}, settings.dict, KnownSize(inName));
         return kExitOk;
     }
     // Without an output name: standard output for -c or standard input, else IN.lz4, or IN
@@ -509,7 +513,7 @@ int RunLz4(const Command& self, std::span<char* const> args) {
     }
     OutputFile out(outName, !parsed.Values("force").empty());
     if (decompress) {
-        Decompress(in, [&out](std::span<const std::uint8_t> b) { out.Write(b); }, settings.dict);
+        Decompress(in, [&out](std::span<const std::uint8_t> b) { out.Write(b); }, settings.dict, KnownSize(inName));
     } else {
         Compress(in, out, settings, KnownSize(inName));
     }
