@@ -132,7 +132,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         FuzzCheck(zyrsEncodeLZ4DictHashTableInit_8u(table) == StatusOk);
     }
     for (int i = 0; i < split % 8; ++i) {  // scramble some entries: any content must be safe
-        const uint32_t v = static_cast<uint32_t>(data[(5 + 7 * i) % size]) << (8 * (i % 4));
+        const uint32_t x = static_cast<uint32_t>(data[(5 + 7 * i) % size]);
+        const uint32_t v = i % 5 == 4 ? 0u - x : x << (8 * (i % 4));
         std::memcpy(table + 4 * ((split * 131 + i * 977) % 4096), &v, 4);
     }
     const int32_t reach = std::min(h, zyrdc::lz4::kDictWindow);

@@ -91,9 +91,11 @@ private:
         table_.Put(h, d_ + i);
         return Check(i, cand);
     }
-    // A candidate 1..65535 positions back, or 0.
+    // The match with a candidate 1..65535 positions back, or 0. Positions stay below 2^31,
+    // so a table entry from anywhere above the current position is refused.
     uint32_t Check(uint32_t i, uint32_t cand) const {
-        return (d_ + i) - cand - 1 < kFarthestOffset ? Length(i, cand) : 0;
+        const uint32_t pos = d_ + i;
+        return cand < pos && pos - cand <= kFarthestOffset ? Length(i, cand) : 0;
     }
 
     bool FirstMatch(uint32_t& pos, uint32_t& cand, uint32_t& len) {
