@@ -153,7 +153,9 @@ public:
             CheckStatus(zyrsEncodeLZ4HCHashTableInit_8u(record_.data()), "record init");
         }
         dictHistory_ = std::min(kWindow, s.dict.size());
-        std::memcpy(buf_.data() + kWindow - dictHistory_, s.dict.data() + s.dict.size() - dictHistory_, dictHistory_);
+        if (dictHistory_ != 0) {
+            std::memcpy(buf_.data() + kWindow - dictHistory_, s.dict.data() + s.dict.size() - dictHistory_, dictHistory_);
+        }
         history_ = dictHistory_;
     }
     std::size_t blockMax() const { return max_; }
