@@ -255,6 +255,32 @@ ZYRDC_API ZyrStatus zyrsEncodeLZ4Safe_8u(const uint8_t* pSrc, int32_t* pSrcLen, 
  * BadAcceleration); pDst must hold the worst case. */
 ZYRDC_API ZyrStatus zyrsEncodeLZ4Fast_8u(const uint8_t* pSrc, int32_t srcLen, uint8_t* pDst,
     int32_t* pDstLen, uint8_t* pHashTable, int32_t acceleration);
+/* Writes the size of the high-compression record (328512 in both builds). */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4HCHashTableGetSize_8u(int32_t* pSize);
+/* Lays out the high-compression record (magic, empty chains, positions at 65536). */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4HCHashTableInit_8u(uint8_t* pHashTable);
+/* Encodes an independent block at level 1..12 into at most *pDstLen bytes; *pSrcLen returns
+ * the prefix coded (DstFull when not all), the block is complete for it. */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4HC_8u(const uint8_t* pSrc, int32_t* pSrcLen, uint8_t* pDst,
+    int32_t* pDstLen, uint8_t* pHashTable, int32_t level);
+/* As zyrsEncodeLZ4HC_8u for pSrc[srcIdx..], matches reaching back to index dictLimit (at
+ * most 65535 bytes); the record carries the chains on to the next linked block. */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4HCDictLimit_8u(const uint8_t* pSrc, int32_t srcIdx,
+    int32_t* pSrcLen, uint8_t* pDst, int32_t* pDstLen, uint8_t* pHashTable, int32_t level,
+    int32_t dictLimit);
+/* Zeroes the 16384-byte table for dictionary encoding without a dictionary. */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4DictHashTableInit_8u(uint8_t* pHashTable);
+/* Clears the 16384-byte table and hashes the dictionary's last 64 KiB into it. */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4LoadDict_8u(const uint8_t* pDict, int32_t dictLen,
+    uint8_t* pHashTable);
+/* Encodes a block whose matches may reach the loaded dictionary (null or 0: none); pDst
+ * must hold the worst case; the table is not cleared and any content is safe. */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4Dict_8u(const uint8_t* pSrc, int32_t srcLen, uint8_t* pDst,
+    int32_t* pDstLen, uint8_t* pHashTable, const uint8_t* pDict, int32_t dictLen);
+/* As zyrsEncodeLZ4Dict_8u into at most *pDstLen bytes; *pSrcLen returns the prefix coded
+ * (DstFull when not all). */
+ZYRDC_API ZyrStatus zyrsEncodeLZ4DictSafe_8u(const uint8_t* pSrc, int32_t* pSrcLen, uint8_t* pDst,
+    int32_t* pDstLen, uint8_t* pHashTable, const uint8_t* pDict, int32_t dictLen);
 
 /* ---------------------------------------------------------------------------------- */
 /* LZO1X decoding                                                                      */

@@ -3,7 +3,9 @@
 // else), then one call into the internal coders.
 #include <cstdint>
 
+#include "lz4/hc.hpp"
 #include "lz4/lz4.hpp"
+#include "lz4/sequences.hpp"
 #include "zyrdc.h"
 
 namespace {
@@ -139,6 +141,131 @@ ZYRDC_API ZyrStatus zyrsEncodeLZ4Fast_8u(const uint8_t* pSrc, int32_t srcLen, ui
     }
     *pDstLen = zyrdc::lz4::EncodeAccelerated(pSrc, srcLen, pDst, pHashTable, acceleration).written;
     return StatusOk;
+}
+
+// ---- high compression ------------------------------------------------------------------
+
+ZYRDC_API ZyrStatus zyrsEncodeLZ4HCHashTableGetSize_8u(int32_t* pSize) {
+    if (pSize == nullptr) {
+        return StatusNullPointer;
+    }
+    *pSize = zyrdc::lz4::kHcRecordBytes;
+    return StatusOk;
+}
+
+ZYRDC_API ZyrStatus zyrsEncodeLZ4HCHashTableInit_8u(uint8_t* pHashTable) {
+    if (pHashTable == nullptr) {
+        return StatusNullPointer;
+    }
+    zyrdc::lz4::HcInit(pHashTable);
+    return StatusOk;
+}
+
+}  // extern "C"
+
+namespace {
+
+// What both high-compression entry points check after their own size checks, the coding,
+// and the counts written back on StatusOk and StatusDstFull alike.
+ZyrStatus EncodeHcChecked(const uint8_t* pSrc, int32_t srcIdx, int32_t* pSrcLen, uint8_t* pDst,
+                          int32_t* pDstLen, uint8_t* pHashTable, int32_t level, int32_t dictLimit,
+                          bool linked) {
+    if (!zyrdc::lz4::HcHasMagic(pHashTable)) {
+        return StatusBadContext;
+    }
+    if (level < 1 || level > zyrdc::lz4::kHcLevels) {
+        return StatusBadArgument;
+    }
+    const zyrdc::lz4::EncodeResult r = zyrdc::lz4::EncodeHc(pHashTable, pSrc, srcIdx, *pSrcLen, dictLimit,
+                                                            linked, pDst, *pDstLen, level);
+    const ZyrStatus status = r.consumed < *pSrcLen ? StatusDstFull : StatusOk;
+    *pSrcLen = r.consumed;
+    *pDstLen = r.written;
+    return status;
+}
+
+bool BadSourceLength(int32_t n) { return n < 1 || n > zyrdc::lz4::kLargestSource; }
+
+}  // namespace
+
+extern "C" {
+
+ZYRDC_API ZyrStatus zyrsEncodeLZ4HC_8u(const uint8_t* pSrc, int32_t* pSrcLen, uint8_t* pDst,
+                                       int32_t* pDstLen, uint8_t* pHashTable, int32_t level) {
+    if (pSrc == nullptr || pSrcLen == nullptr || pDst == nullptr || pDstLen == nullptr ||
+        pHashTable == nullptr) {
+        return StatusNullPointer;
+    }
+    if (BadSourceLength(*pSrcLen) || *pDstLen < 1) {
+        return StatusBadSize;
+    }
+    return EncodeHcChecked(pSrc, 0, pSrcLen, pDst, pDstLen, pHashTable, level, 0, false);
+}
+
+ZYRDC_API ZyrStatus zyrsEncodeLZ4HCDictLimit_8u(const uint8_t* pSrc, int32_t srcIdx, int32_t* pSrcLen,
+                                                uint8_t* pDst, int32_t* pDstLen, uint8_t* pHashTable,
+                                                int32_t level, int32_t dictLimit) {
+    if (pSrc == nullptr || pSrcLen == nullptr || pDst == nullptr || pDstLen == nullptr ||
+        pHashTable == nullptr) {
+        return StatusNullPointer;
+    }
+    if (BadSourceLength(*pSrcLen) || *pDstLen < 1 || srcIdx < 0 || dictLimit < 0 || dictLimit > srcIdx ||
+        int64_t{srcIdx} + *pSrcLen > INT32_MAX) {
+        return StatusBadSize;
+    }
+    return EncodeHcChecked(pSrc, srcIdx, pSrcLen, pDst, pDstLen, pHashTable, level, dictLimit, true);
+}
+
+// ---- dictionary ----------------------------------------------------------------------------
+
+ZYRDC_API ZyrStatus zyrsEncodeLZ4DictHashTableInit_8u(uint8_t* pHashTable) {
+    if (pHashTable == nullptr) {
+        return StatusNullPointer;
+    }
+    zyrdc::lz4::DictTableClear(pHashTable);
+    return StatusOk;
+}
+
+ZYRDC_API ZyrStatus zyrsEncodeLZ4LoadDict_8u(const uint8_t* pDict, int32_t dictLen, uint8_t* pHashTable) {
+    if (pDict == nullptr || pHashTable == nullptr) {
+        return StatusNullPointer;
+    }
+    if (dictLen < 1) {
+        return StatusBadSize;
+    }
+    zyrdc::lz4::LoadDictionary(pDict, dictLen, pHashTable);
+    return StatusOk;
+}
+
+ZYRDC_API ZyrStatus zyrsEncodeLZ4Dict_8u(const uint8_t* pSrc, int32_t srcLen, uint8_t* pDst,
+                                         int32_t* pDstLen, uint8_t* pHashTable, const uint8_t* pDict,
+                                         int32_t dictLen) {
+    if (pSrc == nullptr || pDst == nullptr || pDstLen == nullptr || pHashTable == nullptr) {
+        return StatusNullPointer;
+    }
+    if (BadSourceLength(srcLen) || dictLen < 0) {
+        return StatusBadSize;
+    }
+    *pDstLen = zyrdc::lz4::EncodeWithDictionary(pSrc, srcLen, pDst, -1, pHashTable, pDict, dictLen).written;
+    return StatusOk;
+}
+
+ZYRDC_API ZyrStatus zyrsEncodeLZ4DictSafe_8u(const uint8_t* pSrc, int32_t* pSrcLen, uint8_t* pDst,
+                                             int32_t* pDstLen, uint8_t* pHashTable, const uint8_t* pDict,
+                                             int32_t dictLen) {
+    if (pSrc == nullptr || pSrcLen == nullptr || pDst == nullptr || pDstLen == nullptr ||
+        pHashTable == nullptr) {
+        return StatusNullPointer;
+    }
+    if (BadSourceLength(*pSrcLen) || *pDstLen < 1 || dictLen < 0) {
+        return StatusBadSize;
+    }
+    const zyrdc::lz4::EncodeResult r =
+        zyrdc::lz4::EncodeWithDictionary(pSrc, *pSrcLen, pDst, *pDstLen, pHashTable, pDict, dictLen);
+    const ZyrStatus status = r.consumed < *pSrcLen ? StatusDstFull : StatusOk;
+    *pSrcLen = r.consumed;
+    *pDstLen = r.written;
+    return status;
 }
 
 }  // extern "C"

@@ -184,7 +184,6 @@ lz4)
   while read -r args; do
     eval "expect_error 2 lz4 $args"
   done <<'TABLE'
-"$T/text"
 "$T/text" "$T/a" "$T/b"
 --fast 0 "$T/text" "$T/a"
 --fast x "$T/text" "$T/a"

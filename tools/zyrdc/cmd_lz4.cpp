@@ -1,11 +1,20 @@
 // cmd_lz4.cpp - `zyrdc lz4`: files in the LZ4 frame format, blocks coded by the library.
-// Writes one frame of independent blocks of up to 4 MiB with a content checksum; reads
-// frames as the standard tool writes them (independent or linked blocks, block and content
-// checksums, content size, skippable frames, concatenated frames, the legacy format).
+// Writes one frame at level 1 or 2 (the greedy encoder, or the accelerated one with
+// --fast) or 3 to 12 (the high-compression levels of the same number), of independent or
+// linked blocks of 64 KiB to 4 MiB, optionally after a dictionary, with the content size
+// when the input is a regular file and a content checksum. Reads frames as the standard
+// tool writes them (independent or linked blocks, block and content checksums, content
+// size, dictionaries, skippable frames, concatenated frames, the legacy format).
 // xxHash32 comes from libxxhash.
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <functional>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,7 +33,9 @@ namespace zyrdc::tool {
 namespace {
 
 constexpr OptionDef kOptions[] = {{'d', "decompress", false}, {'f', "force", false},
-                                  {'\0', "fast", true}};
+                                  {'\0', "fast", true},       {'c', "stdout", false},
+                                  {'k', "keep", false},        {'t', "test", false},
+                                  {'D', "dict", true}};
 
 constexpr std::uint32_t kFrameMagic = 0x184D2204;
 constexpr std::uint32_t kLegacyMagic = 0x184C2102;
@@ -35,7 +46,7 @@ constexpr std::uint8_t kVersionMask = 0xC0, kVersion1 = 0x40;
 constexpr std::uint8_t kIndependent = 0x20, kBlockChecksum = 0x10, kContentSize = 0x08,
                        kContentChecksum = 0x04, kFlagReserved = 0x02, kDictId = 0x01;
 constexpr std::uint8_t kBdReserved = 0x8F;
-constexpr int kMinBlockId = 4, kWrittenBlockId = 7;  // 64 KiB .. 4 MiB; we write 4 MiB
+constexpr int kMinBlockId = 4, kMaxBlockId = 7;  // 64 KiB .. 4 MiB; 4 MiB by default
 constexpr std::uint32_t kStoredBit = 0x80000000;     // block size field: stored, not coded
 // Linked blocks may refer back this far into earlier blocks.
 constexpr std::size_t kWindow = std::size_t{64} << 10;
@@ -43,6 +54,9 @@ constexpr std::size_t kLegacyBlock = std::size_t{8} << 20;
 // Decoded blocks get this much capacity beyond the block maximum, so that a block ending
 // near the maximum is not taken for one that ran out of room.
 constexpr std::size_t kDecodeSlack = 8;
+// Inputs larger than this show their progress on a terminal.
+constexpr std::uint64_t kProgressFrom = std::uint64_t{64} << 20;
+constexpr int kFirstHcLevel = 3, kLastLevel = 12;
 
 std::size_t BlockMax(int id) { return std::size_t{1} << (8 + 2 * id); }
 // Worst case of an encoded block, as the header documents for the encoders.
@@ -81,34 +95,159 @@ private:
 
 // ---- writing ----------------------------------------------------------------------------
 
-void Compress(InputFile& in, OutputFile& out, int acceleration) {
-    const std::size_t blockMax = BlockMax(kWrittenBlockId);
-    std::vector<std::uint8_t> src(blockMax), dst(EncodedBound(blockMax));
-    std::int32_t tableSize = 0;
-    CheckStatus(zyrsEncodeLZ4HashTableGetSize_8u(&tableSize), "hash table size");
-    std::vector<std::uint8_t> table(static_cast<std::size_t>(tableSize));
+struct Settings {
+    int level = 1;          // 1, 2: the greedy encoder; 3..12: high compression
+    int acceleration = 1;   // levels 1 and 2 only
+    int blockId = kMaxBlockId;
+    bool linked = false;
+    std::vector<std::uint8_t> dict;  // empty: none
+};
 
-    std::uint8_t header[7] = {0x04, 0x22, 0x4D, 0x18, kVersion1 | kIndependent | kContentChecksum,
-                              kWrittenBlockId << 4, 0};
-    header[6] = HeaderChecksum(header + 4, 2);
-    out.Write(header);
-    ContentHash content;
-    while (const std::size_t got = in.Read(src)) {
-        content.Update(src.data(), got);
-        const auto n = static_cast<std::int32_t>(got);
-        std::int32_t coded = 0;
-        CheckStatus(acceleration == 1
-                        ? zyrsEncodeLZ4_8u(src.data(), n, dst.data(), &coded, table.data())
-                        : zyrsEncodeLZ4Fast_8u(src.data(), n, dst.data(), &coded, table.data(), acceleration),
-                    "LZ4 block encoding");
-        // A block that did not shrink is stored as it is.
-        if (coded < n) {
-            PutLe32(out, static_cast<std::uint32_t>(coded));
-            out.Write(std::span(dst).first(static_cast<std::size_t>(coded)));
+// The frame's dictionary ID: the xxHash32 of the dictionary's bytes.
+std::uint32_t DictionaryId(const std::vector<std::uint8_t>& dict) { return XXH32(dict.data(), dict.size(), 0); }
+
+// "NN%" or bytes so far on standard error, when it is a terminal and the input is large.
+class Progress {
+public:
+    explicit Progress(std::optional<std::uint64_t> total)
+        : total_(total), on_(isatty(STDERR_FILENO) != 0) {}
+    ~Progress() {
+        if (shown_) std::fputs("\r                                        \r", stderr);
+    }
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+    void Add(std::size_t n) {
+        done_ += n;
+        if (!on_ || (total_ ? *total_ : done_) <= kProgressFrom) return;
+        shown_ = true;
+        if (total_ && *total_ != 0) {
+            std::fprintf(stderr, "\rzyrdc lz4: %3d%% of %llu MiB", static_cast<int>(done_ * 100 / *total_),
+                         static_cast<unsigned long long>(*total_ >> 20));
         } else {
-            PutLe32(out, static_cast<std::uint32_t>(n) | kStoredBit);
-            out.Write(std::span(src).first(got));
+            std::fprintf(stderr, "\rzyrdc lz4: %llu MiB", static_cast<unsigned long long>(done_ >> 20));
         }
+        std::fflush(stderr);
+    }
+
+private:
+    std::optional<std::uint64_t> total_;
+    std::uint64_t done_ = 0;
+    bool on_;
+    bool shown_ = false;
+};
+
+// Codes blocks one after the other. The history (dictionary or, for linked blocks, the
+// last 64 KiB of input) sits right before the block in one buffer: the high-compression
+// levels code the block with zyrsEncodeLZ4HCDictLimit_8u over that buffer, the others
+// with the dictionary encoders after hashing the history.
+class BlockCoder {
+public:
+    explicit BlockCoder(const Settings& s)
+        : s_(s), max_(BlockMax(s.blockId)), buf_(kWindow + max_), dst_(EncodedBound(max_)) {
+        std::int32_t size = 0;
+        CheckStatus(zyrsEncodeLZ4HashTableGetSize_8u(&size), "hash table size");
+        table_.resize(static_cast<std::size_t>(size));
+        if (s.level >= kFirstHcLevel) {
+            CheckStatus(zyrsEncodeLZ4HCHashTableGetSize_8u(&size), "record size");
+            record_.resize(static_cast<std::size_t>(size));
+            CheckStatus(zyrsEncodeLZ4HCHashTableInit_8u(record_.data()), "record init");
+        }
+        dictHistory_ = std::min(kWindow, s.dict.size());
+        if (dictHistory_ != 0) {
+            std::memcpy(buf_.data() + kWindow - dictHistory_, s.dict.data() + s.dict.size() - dictHistory_, dictHistory_);
+        }
+        history_ = dictHistory_;
+    }
+    std::size_t blockMax() const { return max_; }
+    // Where the next block's bytes go.
+    std::uint8_t* block() { return buf_.data() + kWindow; }
+
+    // Codes the n bytes at block(); returns the coded block, empty if it did not shrink.
+    std::span<const std::uint8_t> Code(std::size_t n) {
+        if (!s_.linked) history_ = dictHistory_;  // every independent block starts from the dictionary
+        const auto len = static_cast<std::int32_t>(n);
+        std::int32_t coded = static_cast<std::int32_t>(dst_.size());
+        const std::uint8_t* const hist = block() - history_;
+        if (s_.level >= kFirstHcLevel) {
+            std::int32_t srcLen = len;
+            CheckStatus(history_ == 0
+                            ? zyrsEncodeLZ4HC_8u(block(), &srcLen, dst_.data(), &coded, record_.data(), s_.level)
+                            : zyrsEncodeLZ4HCDictLimit_8u(hist, static_cast<std::int32_t>(history_), &srcLen, dst_.data(),
+                                                          &coded, record_.data(), s_.level, 0),
+                        "LZ4 block encoding");
+        } else if (history_ != 0) {
+            const auto h = static_cast<std::int32_t>(history_);
+            CheckStatus(zyrsEncodeLZ4LoadDict_8u(hist, h, table_.data()), "LZ4 dictionary");
+            CheckStatus(zyrsEncodeLZ4Dict_8u(block(), len, dst_.data(), &coded, table_.data(), hist, h),
+                        "LZ4 block encoding");
+        } else {
+            CheckStatus(s_.acceleration == 1
+                            ? zyrsEncodeLZ4_8u(block(), len, dst_.data(), &coded, table_.data())
+                            : zyrsEncodeLZ4Fast_8u(block(), len, dst_.data(), &coded, table_.data(), s_.acceleration),
+                        "LZ4 block encoding");
+        }
+        if (s_.linked) {  // keep the last 64 KiB right before the next block
+            const std::size_t keep = std::min(kWindow, history_ + n);
+            std::memmove(block() - keep, block() + n - keep, keep);
+            history_ = keep;
+        }
+        if (coded >= len) return {};
+        return std::span(dst_).first(static_cast<std::size_t>(coded));
+    }
+
+private:
+    const Settings& s_;
+    std::size_t max_;
+    std::vector<std::uint8_t> buf_, dst_, table_, record_;
+    std::size_t dictHistory_ = 0, history_ = 0;
+};
+
+// Reads a whole block's worth unless the input ends.
+std::size_t ReadBlock(InputFile& in, std::uint8_t* p, std::size_t n) {
+    std::size_t got = 0;
+    while (got < n) {
+        const std::size_t more = in.Read(std::span(p + got, n - got));
+        if (more == 0) break;
+        got += more;
+    }
+    return got;
+}
+
+void Compress(InputFile& in, OutputFile& out, const Settings& settings, std::optional<std::uint64_t> size) {
+    BlockCoder coder(settings);
+    std::uint8_t header[4 + 2 + 8 + 4 + 1] = {0x04, 0x22, 0x4D, 0x18};
+    std::uint8_t flg = kVersion1 | kContentChecksum;
+    if (!settings.linked) flg |= kIndependent;
+    std::size_t length = 2;
+    if (size) {
+        flg |= kContentSize;
+        for (int i = 0; i < 8; ++i) header[6 + i] = static_cast<std::uint8_t>(*size >> (8 * i));
+        length += 8;
+    }
+    if (!settings.dict.empty()) {
+        flg |= kDictId;
+        const std::uint32_t id = DictionaryId(settings.dict);
+        for (int i = 0; i < 4; ++i) header[4 + length + i] = static_cast<std::uint8_t>(id >> (8 * i));
+        length += 4;
+    }
+    header[4] = flg;
+    header[5] = static_cast<std::uint8_t>(settings.blockId << 4);
+    header[4 + length] = HeaderChecksum(header + 4, length);
+    out.Write(std::span(header, 4 + length + 1));
+    ContentHash content;
+    Progress progress(size);
+    while (const std::size_t got = ReadBlock(in, coder.block(), coder.blockMax())) {
+        content.Update(coder.block(), got);
+        const std::span<const std::uint8_t> coded = coder.Code(got);
+        // A block that did not shrink is stored as it is (the coder keeps its history).
+        if (!coded.empty()) {
+            PutLe32(out, static_cast<std::uint32_t>(coded.size()));
+            out.Write(coded);
+        } else {
+            PutLe32(out, static_cast<std::uint32_t>(got) | kStoredBit);
+            out.Write(std::span<const std::uint8_t>(coder.block(), got));
+        }
+        progress.Add(got);
     }
     PutLe32(out, 0);
     PutLe32(out, content.Digest());
@@ -162,7 +301,10 @@ std::size_t DecodeBlock(Reader& r, const std::vector<std::uint8_t>& block, std::
     return static_cast<std::size_t>(written);
 }
 
-void DecodeFrame(Reader& r, OutputFile& out) {
+// Where decoded bytes go: a file, or nowhere when only testing.
+using Sink = std::function<void(std::span<const std::uint8_t>)>;
+
+void DecodeFrame(Reader& r, const Sink& out, const std::vector<std::uint8_t>& dict, Progress& progress) {
     std::uint8_t descriptor[14];
     r.Read(descriptor, 2);
     const std::uint8_t flg = descriptor[0], bd = descriptor[1];
@@ -176,13 +318,15 @@ void DecodeFrame(Reader& r, OutputFile& out) {
     std::uint8_t check;
     r.Read(&check, 1);
     if (check != HeaderChecksum(descriptor, length)) r.Corrupt("LZ4 frame header checksum mismatch");
-    if ((flg & kDictId) != 0) r.Corrupt("the LZ4 frame needs a dictionary, which zyrdc lz4 does not take");
+    if ((flg & kDictId) != 0 && dict.empty()) r.Corrupt("the LZ4 frame needs a dictionary (-D FILE)");
 
     const std::size_t max = BlockMax(blockId);
     const bool linked = (flg & kIndependent) == 0;
     std::vector<std::uint8_t> block(max), window(kWindow + max + kDecodeSlack);
     std::uint8_t* const dest = window.data() + kWindow;
-    std::size_t history = 0;
+    // A dictionary is the history of every independent block and of the first linked one.
+    const std::size_t dictHistory = std::min(kWindow, dict.size());
+    std::size_t history = dictHistory;
     std::uint64_t total = 0;
     ContentHash content;
     while (const std::uint32_t field = r.Read32()) {
@@ -193,13 +337,20 @@ void DecodeFrame(Reader& r, OutputFile& out) {
             r.Corrupt("LZ4 block checksum mismatch");
         }
         std::size_t produced = n;
+        if (!linked && dictHistory != 0) {
+            std::memcpy(dest - dictHistory, dict.data() + dict.size() - dictHistory, dictHistory);
+        }
+        if (history == dictHistory && dictHistory != 0 && total == 0) {
+            std::memcpy(dest - dictHistory, dict.data() + dict.size() - dictHistory, dictHistory);
+        }
         if ((field & kStoredBit) != 0) {
             std::memcpy(dest, block.data(), n);
         } else {
-            produced = DecodeBlock(r, block, n, dest, linked ? history : 0, max);
+            produced = DecodeBlock(r, block, n, dest, linked ? history : dictHistory, max);
         }
         content.Update(dest, produced);
-        out.Write(std::span(dest, produced));
+        out(std::span<const std::uint8_t>(dest, produced));
+        progress.Add(4 + n);
         total += produced;
         if (linked) {  // keep the last 64 KiB right before the next block
             const std::size_t keep = std::min(kWindow, history + produced);
@@ -221,7 +372,7 @@ bool IsMagic(std::uint32_t v) {
 
 // Legacy frames: independent blocks of up to 8 MiB, no checksums, ending at the end of the
 // input or at the next frame's magic number (returned through `next`).
-bool DecodeLegacy(Reader& r, OutputFile& out, std::uint32_t& next) {
+bool DecodeLegacy(Reader& r, const Sink& out, std::uint32_t& next) {
     std::vector<std::uint8_t> block(EncodedBound(kLegacyBlock)), dest(kLegacyBlock + kDecodeSlack);
     for (;;) {
         std::uint8_t b[4];
@@ -233,11 +384,14 @@ bool DecodeLegacy(Reader& r, OutputFile& out, std::uint32_t& next) {
         }
         if (n > block.size()) r.Corrupt("LZ4 block larger than the legacy format allows");
         r.Read(block.data(), n);
-        out.Write(std::span(dest.data(), DecodeBlock(r, block, n, dest.data(), 0, kLegacyBlock)));
+        out(std::span<const std::uint8_t>(dest.data(), DecodeBlock(r, block, n, dest.data(), 0, kLegacyBlock)));
     }
 }
 
-void Decompress(InputFile& in, OutputFile& out) {
+// Progress counts the input read, of `size` bytes when known.
+void Decompress(InputFile& in, const Sink& out, const std::vector<std::uint8_t>& dict,
+                std::optional<std::uint64_t> size) {
+    Progress progress(size);
     Reader r(in);
     std::uint32_t magic = 0;
     bool have = false;  // a magic number already read by a legacy frame
@@ -252,7 +406,7 @@ void Decompress(InputFile& in, OutputFile& out) {
         }
         have = false;
         if (magic == kFrameMagic) {
-            DecodeFrame(r, out);
+            DecodeFrame(r, out, dict, progress);
         } else if (magic == kLegacyMagic) {
             have = DecodeLegacy(r, out, magic);
         } else if ((magic & kSkippableMask) == kSkippableMagic) {
@@ -272,29 +426,98 @@ int ParseAcceleration(const std::string& text) {
     return static_cast<int>(value);
 }
 
+int ParseLevel(std::string_view digits) {
+    int level = 0;
+    for (const char c : digits) level = level * 10 + (c - '0');
+    return level;
+}
+
+bool AllDigits(std::string_view s) {
+    return !s.empty() && s.size() <= 2 && std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+// The size of a regular file, which the frame header then carries.
+std::optional<std::uint64_t> KnownSize(const std::string& name) {
+    struct stat st;
+    if (name == "-" || stat(name.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
+    return static_cast<std::uint64_t>(st.st_size);
+}
+
 }  // namespace
 
 int RunLz4(const Command& self, std::span<char* const> args) {
-    const ParsedArgs parsed = ParseArgs(args, kOptions);
+    // The level (-1 .. -12) and block options (-BD, -B4 .. -B7) are taken out first; the
+    // rest goes through the common parser.
+    Settings settings;
+    std::vector<char*> rest;
+    bool levelGiven = false, ended = false;
+    for (char* const arg : args) {
+        const std::string_view a = arg;
+        if (!ended && a == "--") ended = true;
+        if (!ended && a.size() >= 2 && a[0] == '-' && AllDigits(a.substr(1))) {
+            settings.level = ParseLevel(a.substr(1));
+            if (settings.level < 1 || settings.level > kLastLevel) {
+                throw UsageError("invalid level '" + std::string(a) + "' (-1 to -12)");
+            }
+            levelGiven = true;
+        } else if (!ended && a == "-BD") {
+            settings.linked = true;
+        } else if (!ended && a.size() == 3 && a.starts_with("-B") && a[2] >= '4' && a[2] <= '7') {
+            settings.blockId = a[2] - '0';
+        } else {
+            rest.push_back(arg);
+        }
+    }
+    const ParsedArgs parsed = ParseArgs(rest, kOptions);
     if (parsed.help) {
         PrintCommandHelp(self);
         return kExitOk;
     }
-    const bool decompress = !parsed.Values("decompress").empty();
-    int acceleration = 1;
+    const bool test = !parsed.Values("test").empty();
+    const bool decompress = test || !parsed.Values("decompress").empty();
+    const bool toStdout = !parsed.Values("stdout").empty();
     for (const std::string& value : parsed.Values("fast")) {
         if (decompress) throw UsageError("--fast applies to compression only");
-        acceleration = ParseAcceleration(value);
+        settings.acceleration = ParseAcceleration(value);
+        if (!levelGiven) settings.level = 1;
     }
-    if (parsed.operands.size() != 2) {
-        throw UsageError("expected an input and an output file");
+    if (settings.acceleration != 1 && settings.level >= kFirstHcLevel) {
+        throw UsageError("--fast and the levels -3 to -12 exclude each other");
     }
-    InputFile in(parsed.operands[0]);
-    OutputFile out(parsed.operands[1], !parsed.Values("force").empty());
-    if (decompress) {
-        Decompress(in, out);
+    for (const std::string& name : parsed.Values("dict")) {
+        settings.dict = ReadAll(name);
+        if (settings.dict.empty()) throw UsageError("the dictionary '" + name + "' is empty");
+    }
+    if (parsed.operands.empty() || parsed.operands.size() > 2) {
+        throw UsageError("expected an input file and at most one output file");
+    }
+    const std::string& inName = parsed.operands[0];
+    InputFile in(inName);
+    if (test) {
+        if (parsed.operands.size() != 1) throw UsageError("-t takes no output file");
+        Decompress(in, [](std::span<const std::uint8_t>) {}, settings.dict, KnownSize(inName));
+        return kExitOk;
+    }
+    // Without an output name: standard output for -c or standard input, else IN.lz4, or IN
+    // without its .lz4 when decompressing.
+    std::string outName;
+    if (parsed.operands.size() == 2) {
+        if (toStdout) throw UsageError("-c writes to standard output: give no output file");
+        outName = parsed.operands[1];
+    } else if (toStdout || inName == "-") {
+        outName = "-";
+    } else if (!decompress) {
+        outName = inName + ".lz4";
+    } else if (inName.size() > 4 && inName.ends_with(".lz4")) {
+        outName = inName.substr(0, inName.size() - 4);
     } else {
-        Compress(in, out, acceleration);
+        throw UsageError("cannot name the output of '" + inName + "' (no .lz4 suffix): give OUT or -c");
+    }
+    OutputFile out(outName, !parsed.Values("force").empty());
+    if (decompress) {
+        Decompress(in, [&out](std::span<const std::uint8_t> b) { out.Write(b); }, settings.dict, KnownSize(inName));
+    } else {
+        Compress(in, out, settings, KnownSize(inName));
     }
     out.Commit();
     return kExitOk;

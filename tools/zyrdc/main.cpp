@@ -22,13 +22,22 @@ constexpr Command kCommands[] = {
      "Files are read in pieces, so any size works; '-' or no file reads standard input.\n"
      "Each line is the checksum in 8 hex digits, two spaces and the file name.\n",
      RunSum},
-    {"lz4", "[-d] [-f] [--fast N] IN OUT",
+    {"lz4", "[-d|-t] [-1..-12] [--fast N] [-BD] [-B4..-B7] [-D DICT] [-c] [-k] [-f] IN [OUT]",
      "compress or decompress a file in the LZ4 frame format",
      "  -d, --decompress  decompress IN (frames of the standard lz4 tool, legacy format too)\n"
-     "  -f, --force       overwrite OUT if it exists\n"
+     "  -t, --test        decompress IN and check it, writing nothing\n"
+     "  -1 .. -12         level: 1 and 2 the fast encoder, 3 to 12 high compression\n"
+     "                    (9 and up: slower, smaller); default 1\n"
      "      --fast N      accelerated encoder: N from 1 (default, best ratio) to 65537\n"
-     "Writes independent blocks of up to 4 MiB with a content checksum. '-' names standard\n"
-     "input or output. On any error OUT is left as it was.\n",
+     "  -BD               linked blocks: each block may refer to the 64 KiB before it\n"
+     "  -B4 .. -B7        block size 64 KiB, 256 KiB, 1 MiB, 4 MiB (default)\n"
+     "  -D, --dict DICT   compress or decompress with the last 64 KiB of DICT as dictionary\n"
+     "  -c, --stdout      write to standard output\n"
+     "  -k, --keep        keep IN (it is never removed)\n"
+     "  -f, --force       overwrite OUT if it exists\n"
+     "Writes a content checksum and, for a regular file, the content size. Without OUT the\n"
+     "output is IN.lz4 (IN without .lz4 with -d); '-' names standard input or output. Inputs\n"
+     "above 64 MiB show their progress on a terminal. On any error OUT is left as it was.\n",
      RunLz4},
     {"lzop", "[-d|-t|-l] [-1..-9] [-c] [-f] [-k] [--crc32] [-F] [-C] [IN [OUT]]",
      "compress or decompress files in the format of the lzop tool",
