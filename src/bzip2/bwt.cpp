@@ -44,12 +44,12 @@ bool SingleByteValue(const uint8_t* src, uint32_t n) {
     return true;
 }
 
-// Prefix-doubling layout: the doubled block, then four word arrays of n entries.
-const uint32_t* RunDoubling(uint8_t* text, uint32_t text_len, uint32_t n) {
-    uint8_t* area = AlignUp(text + text_len, alignof(uint32_t));
-    uint32_t* a = Words(area);
-    return DoublingSort(text, n, a, a + n, a + 2 * static_cast<size_t>(n),
-                        a + 3 * static_cast<size_t>(n));
+// Induced-sort layout: the doubled block, the rotation starts, then the sort's scratch bytes
+// (the 18n + 80 bytes leave 12n after the starts).
+const uint32_t* RunInduced(uint8_t* text, uint32_t text_len, uint32_t n) {
+    uint32_t* sa = Words(AlignUp(text + text_len, alignof(uint32_t)));
+    InducedSort(text, n, sa, reinterpret_cast<uint8_t*>(sa + n));
+    return sa;
 }
 
 }  // namespace
@@ -75,8 +75,8 @@ ZyrStatus BwtForward(const uint8_t* src, uint8_t* dst, uint32_t n, int32_t* inde
         *index = 0;
         return StatusOk;
     }
-    if (strategy == SortStrategy::kDoubling) {
-        *index = EmitLastColumn(text, n, RunDoubling(text, text_len, n), dst);
+    if (strategy == SortStrategy::kInduced) {
+        *index = EmitLastColumn(text, n, RunInduced(text, text_len, n), dst);
         return StatusOk;
     }
 
@@ -90,7 +90,7 @@ ZyrStatus BwtForward(const uint8_t* src, uint8_t* dst, uint32_t n, int32_t* inde
                                                                   : int64_t{25} * n;
     if (!BucketSort(text, n, sa, bucket_pos, pair_start, budget)) {
         if (strategy == SortStrategy::kBudgeted) return StatusBwtSortAbandoned;
-        *index = EmitLastColumn(text, n, RunDoubling(text, text_len, n), dst);
+        *index = EmitLastColumn(text, n, RunInduced(text, text_len, n), dst);
         return StatusOk;
     }
     *index = EmitLastColumn(text, n, sa, dst);

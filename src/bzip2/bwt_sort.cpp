@@ -1,6 +1,6 @@
-// bwt_sort.cpp - the three ways of sorting a block's rotations: the multikey quicksort with
-// its Shell-sort finish and work budget, the two-byte bucket sort built on it, and the
-// prefix-doubling sort that takes over when the budget runs out.
+// bwt_sort.cpp - the comparison sorts of a block's rotations: the multikey quicksort with its
+// Shell-sort finish and work budget, and the two-byte bucket sort built on it (the induced
+// sort that takes over when the budget runs out is in bwt_induced.cpp).
 //
 // Every rotation is read as contiguous bytes: `text` holds the block followed by its cyclic
 // continuation (the block again), so rotation i is text[i .. i+n). The quicksort's word keys
@@ -285,75 +285,6 @@ bool BucketSort(const uint8_t* text, uint32_t n, uint32_t* sa, uint32_t* bucket_
         if (d > c || (d == c && p < head[c])) sa[head[d]++] = q;
     }
     return true;
-}
-
-// ---- prefix doubling -------------------------------------------------------------------------
-
-uint32_t* DoublingSort(const uint8_t* text, uint32_t n, uint32_t* a, uint32_t* b, uint32_t* c,
-                       uint32_t* d) {
-    // Round 0: bucket by first byte; a rotation's rank is the first row of its group. Each
-    // group's cursor (indexed by its first row) starts at that row.
-    uint32_t count[256] = {};
-    for (uint32_t i = 0; i < n; ++i) ++count[text[i]];
-    uint32_t start[256], fill[256];
-    uint32_t groups = 0;
-    uint32_t* cursor = d;
-    for (uint32_t v = 0, sum = 0; v < 256; ++v) {
-        start[v] = fill[v] = sum;
-        if (count[v] != 0) {
-            cursor[sum] = sum;
-            ++groups;
-        }
-        sum += count[v];
-    }
-    uint32_t* sa = a;
-    uint32_t* rank = b;
-    uint32_t* next_sa = c;
-    for (uint32_t i = 0; i < n; ++i) {
-        rank[i] = start[text[i]];
-        sa[fill[text[i]]++] = i;
-    }
-    // Round h: rotations that share their first h bytes are ordered by the rank of the
-    // rotation h further on. Walking the rows in order and stepping back h from each visits
-    // every rotation in the order of its second half, so one stable pass into the group
-    // cursors does it. When a round splits no group, equal h-prefixes imply equal 2h-prefixes
-    // and so equal rotations: the order is final.
-    for (uint64_t h = 1; h <= n && groups < n; h <<= 1) {
-        const auto shift = static_cast<uint32_t>(h % n);
-        for (uint32_t k = 0; k < n; ++k) {
-            const uint32_t r = sa[k];
-            const uint32_t q = r >= shift ? r - shift : r + n - shift;
-            next_sa[cursor[rank[q]]++] = q;
-        }
-        // New ranks go to the old rows' array, free now. Each old group [g, cursor[g]) is
-        // split where the second half's rank changes; the cursors of the new groups are set
-        // in place, behind the reads of the old ones.
-        uint32_t* next_rank = sa;
-        uint32_t new_groups = 0;
-        for (uint32_t k = 0; k < n;) {
-            const uint32_t end = cursor[k];
-            uint32_t group_start = k, prev_key = 0xFFFFFFFFu;
-            for (; k < end; ++k) {
-                const uint32_t r = next_sa[k];
-                const uint32_t key = rank[r + shift < n ? r + shift : r + shift - n];
-                if (key != prev_key) {
-                    group_start = k;
-                    cursor[k] = k;
-                    ++new_groups;
-                    prev_key = key;
-                }
-                next_rank[r] = group_start;
-            }
-        }
-        // The old ranks' array takes the next round's rows.
-        uint32_t* const free_array = rank;
-        sa = next_sa;
-        rank = next_rank;
-        next_sa = free_array;
-        if (new_groups == groups) break;
-        groups = new_groups;
-    }
-    return sa;
 }
 
 }  // namespace zyrdc::bzip2
