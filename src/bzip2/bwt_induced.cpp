@@ -67,6 +67,13 @@ void Buckets(const uint32_t* count, uint32_t k, uint32_t* bucket, bool ends) {
     }
 }
 
+// Each placed start carries in its top bit whether the rotation before it is of type S, found
+// when it is placed from the two symbols before it, so that the scans read no types: before a
+// start of type L the rotation is of type L exactly when its symbol is not smaller, before one
+// of type S exactly when it is not larger. The leftmost-smaller starts are placed without the
+// bit (a rotation of type L precedes each). Starts are below 2^31; kEmpty has the bit too.
+constexpr uint32_t kBeforeS = 0x80000000u;
+
 // L-type rotations from the smallest up: the one before each placed rotation, if it is of
 // type L, goes to the next free head of its bucket. A rotation of type L is larger than its
 // successor, so it always lands ahead of the scan.
@@ -74,27 +81,32 @@ template <class Char>
 void InduceL(const Level<Char>& lv, uint32_t* sa, const uint32_t* count, uint32_t k,
              uint32_t* bucket) {
     Buckets(count, k, bucket, false);
-    const uint32_t n = lv.n;
-    for (uint32_t i = 0; i < n; ++i) {
-        const uint32_t j = sa[i];
-        if (j == kEmpty) continue;
-        const uint32_t p = lv.Before(j);
-        if (lv.type[p] == kTypeL) sa[bucket[lv.s[p]]++] = p;
+    const Char* s = lv.s;
+    for (uint32_t i = 0, n = lv.n; i < n; ++i) {
+        const uint32_t v = sa[i];
+        if (v & kBeforeS) continue;  // empty, or an S-type rotation before it
+        const uint32_t p = lv.Before(v);
+        const Char c = s[p];
+        sa[bucket[c]++] = p | (s[lv.Before(p)] < c ? kBeforeS : 0);
     }
 }
 
-// S-type rotations from the largest down, into the tails of their buckets. Every slot of a
-// bucket's S part is written before the scan reaches it, so what the slots held before (the
-// leftmost-smaller starts of the first pass) is never read.
+// S-type rotations from the largest down, into the tails of their buckets, clearing the top
+// bits on the way. Every slot of a bucket's S part is written before the scan reaches it, so
+// what the slots held before (the leftmost-smaller starts of the first pass) is never read.
 template <class Char>
 void InduceS(const Level<Char>& lv, uint32_t* sa, const uint32_t* count, uint32_t k,
              uint32_t* bucket) {
     Buckets(count, k, bucket, true);
+    const Char* s = lv.s;
     for (uint32_t i = lv.n; i-- > 0;) {
-        const uint32_t j = sa[i];
-        if (j == kEmpty) continue;
+        const uint32_t v = sa[i];
+        if (!(v & kBeforeS) || v == kEmpty) continue;
+        const uint32_t j = v & ~kBeforeS;
         const uint32_t p = lv.Before(j);
-        if (lv.type[p] == kTypeS) sa[--bucket[lv.s[p]]] = p;
+        const Char c = s[p];
+        sa[--bucket[c]] = p | (s[lv.Before(p)] <= c ? kBeforeS : 0);
+        sa[i] = j;
     }
 }
 
