@@ -287,4 +287,39 @@ bool BucketSort(const uint8_t* text, uint32_t n, uint32_t* sa, uint32_t* bucket_
     return true;
 }
 
+// ---- share of long repeats ---------------------------------------------------------------------
+//
+// The bucket sort's cost grows with the length of the prefixes that its selected starts share,
+// so a block where most 32-byte strings occur more than once runs out of budget (or comes
+// close to it) and is better given to the induced sort at once. The estimate looks at a
+// sample: positions that are multiples of 256, and positions whose four bytes hash into one
+// value of 64 (so that a string repeated at any distance is sampled at both places). Each
+// sampled string's 64-bit hash goes into an open-addressed table; a hash found already counts
+// as a repeat. A false match only costs speed.
+
+uint32_t RepeatShare(const uint8_t* text, uint32_t n, uint64_t* table) {
+    constexpr uint32_t kWindow = 32, kSlots = kRepeatTableSlots, kProbes = 4;
+    std::memset(table, 0, kSlots * sizeof(uint64_t));
+    uint32_t sampled = 0, repeats = 0;
+    for (uint32_t i = 0; i + kWindow <= n; ++i) {
+        if ((i & 255) != 0 && (load_u32le(text + i) * 0x9E3779B1u) >> 26 != 0) continue;
+        uint64_t h = 0;
+        for (uint32_t k = 0; k < kWindow; k += 8) h = (h ^ load_u64le(text + i + k)) * 0x9E3779B97F4A7C15ull;
+        h |= 1;  // 0 marks a free slot
+        ++sampled;
+        for (uint32_t probe = 0, slot = static_cast<uint32_t>(h >> 40) & (kSlots - 1); probe < kProbes;
+             ++probe, slot = (slot + 1) & (kSlots - 1)) {
+            if (table[slot] == 0) {
+                table[slot] = h;
+                break;
+            }
+            if (table[slot] == h) {
+                ++repeats;
+                break;
+            }
+        }
+    }
+    return sampled == 0 ? 0 : static_cast<uint32_t>(uint64_t{repeats} * 1000 / sampled);
+}
+
 }  // namespace zyrdc::bzip2

@@ -84,6 +84,10 @@ int64_t MultikeyQuicksort(const uint8_t* text, uint32_t n, uint32_t* s, uint32_t
 // Two-byte bucket sort of all rotations into sa (n entries); false when the budget ran out.
 bool BucketSort(const uint8_t* text, uint32_t n, uint32_t* sa, uint32_t* bucket_pos,
                 uint32_t* pair_start, int64_t budget);
+// Per mille of sampled 32-byte strings of the block that occur earlier in it too; `table`
+// holds kRepeatTableSlots words of 64 bits. Reads text[0..n).
+inline constexpr uint32_t kRepeatTableSlots = 32768;
+uint32_t RepeatShare(const uint8_t* text, uint32_t n, uint64_t* table);
 // Induced sort of all rotations of a block that is not all one byte value into sa (n words);
 // `scratch` holds 10n bytes (plus 4 per level for alignment) and needs no alignment. Only
 // text[0..n) is read.
