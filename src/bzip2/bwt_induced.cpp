@@ -91,10 +91,12 @@ void InduceL(const Level<Char>& lv, uint32_t* sa, const uint32_t* count, uint32_
     }
 }
 
-// S-type rotations from the largest down, into the tails of their buckets, clearing the top
-// bits on the way. Every slot of a bucket's S part is written before the scan reaches it, so
-// what the slots held before (the leftmost-smaller starts of the first pass) is never read.
-template <class Char>
+// S-type rotations from the largest down, into the tails of their buckets; `bucket` ends as
+// the start of each bucket's S part. Every slot of an S part is written before the scan
+// reaches it, so what the slots held before (the leftmost-smaller starts of the first pass) is
+// never read. With kClear the top bits are cleared on the way; without, they stay, and a start
+// in an S part without the bit is a leftmost-smaller one.
+template <bool kClear, class Char>
 void InduceS(const Level<Char>& lv, uint32_t* sa, const uint32_t* count, uint32_t k,
              uint32_t* bucket) {
     Buckets(count, k, bucket, true);
@@ -106,7 +108,7 @@ void InduceS(const Level<Char>& lv, uint32_t* sa, const uint32_t* count, uint32_
         const uint32_t p = lv.Before(j);
         const Char c = s[p];
         sa[--bucket[c]] = p | (s[lv.Before(p)] <= c ? kBeforeS : 0);
-        sa[i] = j;
+        if constexpr (kClear) sa[i] = j;
     }
 }
 
@@ -144,13 +146,17 @@ void SortLevel(const Char* s, uint32_t n, uint32_t k, uint32_t* sa, uint8_t* typ
         if (lv.IsLms(i)) sa[--bucket[s[i]]] = i;
     }
     InduceL(lv, sa, count, k, bucket);
-    InduceS(lv, sa, count, k, bucket);
+    InduceS<false>(lv, sa, count, k, bucket);
 
-    // Gather them in that order and name the substrings; a name goes to slot m + p / 2 (no two
-    // such starts are neighbours, and there are at most n / 2 of them).
+    // Gather them in that order from the S parts of the buckets and name the substrings; a
+    // name goes to slot m + p / 2 (no two such starts are neighbours, and there are at most
+    // n / 2 of them).
     uint32_t m = 0;
-    for (uint32_t i = 0; i < n; ++i) {
-        if (lv.IsLms(sa[i])) sa[m++] = sa[i];
+    for (uint32_t c = 0, end = 0; c < k; ++c) {
+        end += count[c];
+        for (uint32_t i = bucket[c]; i < end; ++i) {
+            if (!(sa[i] & kBeforeS)) sa[m++] = sa[i];
+        }
     }
     for (uint32_t i = m; i < n; ++i) sa[i] = kEmpty;
     uint32_t names = 0;
@@ -196,7 +202,7 @@ void SortLevel(const Char* s, uint32_t n, uint32_t k, uint32_t* sa, uint8_t* typ
         sa[--bucket[s[p]]] = p;
     }
     InduceL(lv, sa, count, k, bucket);
-    InduceS(lv, sa, count, k, bucket);
+    InduceS<true>(lv, sa, count, k, bucket);
 }
 
 }  // namespace
