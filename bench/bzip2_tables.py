@@ -114,13 +114,13 @@ def speed_table(runs):
 
 
 def main():
-    runs = [(label, load(path)) for label, path in zip(["x86-64", "i686"], sys.argv[1:3])]
     if "--fwd" in sys.argv:  # the forward transform's tables only
-        runs = [(label, load(path)) for label, path in zip(["x86-64"], [a for a in sys.argv[1:] if a != "--fwd"])]
+        runs = [("x86-64", load(next(a for a in sys.argv[1:] if a != "--fwd")))]
         ratio_table("Forward transform, zyrsBWTFwd_8u / divbwt (throughput ratio, above 1 is"
                     " faster)", runs, ("bwt_fwd", "zyrdc"), ("bwt_fwd", "divbwt"), FILES + HARD)
         spread_table(runs)
         return
+    runs = [(label, load(path)) for label, path in zip(["x86-64", "i686"], sys.argv[1:3])]
     ratio_table("Forward transform, zyrsBWTFwd_8u / divbwt (throughput ratio, above 1 is faster)",
                 runs, ("bwt_fwd", "zyrdc"), ("bwt_fwd", "divbwt"), FILES + HARD)
     ratio_table("Inverse transform, zyrsBWTInv_8u / libdivsufsort's inverse_bw_transform",

@@ -112,15 +112,12 @@ void InduceS(const Level<Char>& lv, uint32_t* sa, const uint32_t* count, uint32_
     }
 }
 
-// Whether the leftmost-smaller substrings at p and q (each up to and including the next
-// leftmost-smaller position) are equal in bytes and types.
+// Whether the len symbols at p and q are equal, cyclically.
 template <class Char>
-bool EqualLms(const Level<Char>& lv, uint32_t p, uint32_t q) {
-    const uint32_t n = lv.n;
-    for (uint32_t d = 0; d <= n; ++d) {
-        if (lv.s[p] != lv.s[q] || lv.type[p] != lv.type[q]) return false;
-        // Equal types so far: one ends exactly where the other does.
-        if (d > 0 && lv.IsLms(p)) return true;
+bool EqualSymbols(const Char* s, uint32_t n, uint32_t p, uint32_t q, uint32_t len) {
+    if (p + len <= n && q + len <= n) return std::memcmp(s + p, s + q, len * sizeof(Char)) == 0;
+    for (uint32_t d = 0; d < len; ++d) {
+        if (s[p] != s[q]) return false;
         if (++p == n) p = 0;
         if (++q == n) q = 0;
     }
@@ -158,12 +155,28 @@ void SortLevel(const Char* s, uint32_t n, uint32_t k, uint32_t* sa, uint8_t* typ
             if (!(sa[i] & kBeforeS)) sa[m++] = sa[i];
         }
     }
+    // Each substring's length (through the next start, cyclically) goes to its name slot
+    // first. Two substrings of equal length and symbols are equal in types too: both end at a
+    // start of type S, and the types before it follow from the symbols.
     for (uint32_t i = m; i < n; ++i) sa[i] = kEmpty;
+    {
+        uint32_t first = 0;
+        while (!lv.IsLms(first)) ++first;
+        for (uint32_t p = first, q = first + 1;; ++q) {
+            if (q == first + n || lv.IsLms(q < n ? q : q - n)) {
+                sa[m + (p >> 1)] = q - p + 1;
+                if (q == first + n) break;
+                p = q;
+            }
+        }
+    }
     uint32_t names = 0;
-    for (uint32_t i = 0; i < m; ++i) {
-        const uint32_t p = sa[i];
-        if (i == 0 || !EqualLms(lv, sa[i - 1], p)) ++names;
+    for (uint32_t i = 0, prev = 0, prev_len = 0; i < m; ++i) {
+        const uint32_t p = sa[i], len = sa[m + (p >> 1)];
+        if (i == 0 || len != prev_len || !EqualSymbols(s, n, prev, p, len)) ++names;
         sa[m + (p >> 1)] = names - 1;
+        prev = p;
+        prev_len = len;
     }
     // The reduced string, the names in the order of their starts, at the end of sa.
     uint32_t* reduced = sa + n - m;

@@ -293,7 +293,8 @@ bool BucketSort(const uint8_t* text, uint32_t n, uint32_t* sa, uint32_t* bucket_
 // so a block where most 32-byte strings occur more than once runs out of budget (or comes
 // close to it) and is better given to the induced sort at once. The estimate looks at a
 // sample: positions that are multiples of 256, and positions whose four bytes hash into one
-// value of 64 (so that a string repeated at any distance is sampled at both places). Each
+// value of 64 (so that a string repeated at any distance is sampled at both places), except
+// strings of one byte value. Each
 // sampled string's 64-bit hash goes into an open-addressed table; a hash found already counts
 // as a repeat. A false match only costs speed.
 
@@ -303,8 +304,14 @@ uint32_t RepeatShare(const uint8_t* text, uint32_t n, uint64_t* table) {
     uint32_t sampled = 0, repeats = 0;
     for (uint32_t i = 0; i + kWindow <= n; ++i) {
         if ((i & 255) != 0 && (load_u32le(text + i) * 0x9E3779B1u) >> 26 != 0) continue;
+        uint64_t w[kWindow / 8];
+        for (uint32_t k = 0; k < kWindow / 8; ++k) w[k] = load_u64le(text + i + 8 * k);
+        // Runs of one byte value cost the bucket sort little (one selected start a run).
+        if (w[0] == (w[0] & 0xFF) * 0x0101010101010101ull && w[0] == w[1] && w[1] == w[2] && w[2] == w[3]) {
+            continue;
+        }
         uint64_t h = 0;
-        for (uint32_t k = 0; k < kWindow; k += 8) h = (h ^ load_u64le(text + i + k)) * 0x9E3779B97F4A7C15ull;
+        for (uint64_t x : w) h = (h ^ x) * 0x9E3779B97F4A7C15ull;
         h |= 1;  // 0 marks a free slot
         ++sampled;
         for (uint32_t probe = 0, slot = static_cast<uint32_t>(h >> 40) & (kSlots - 1); probe < kProbes;
