@@ -104,7 +104,8 @@ ZyrStatus BwtForward(const uint8_t* src, uint8_t* dst, uint32_t n, int32_t* inde
         *index = EmitLastColumn(text, n, RunInduced(text, text_len, n), dst);
         return StatusOk;
     }
-    if (!BucketSort(text, n, sa, bucket_pos, pair_start, budget)) {
+    if (!BucketSort(text, n, sa, bucket_pos, pair_start, budget,
+                    strategy == SortStrategy::kBudgetedFallback)) {
         if (strategy == SortStrategy::kBudgeted) return StatusBwtSortAbandoned;
         *index = EmitLastColumn(text, n, RunInduced(text, text_len, n), dst);
         return StatusOk;

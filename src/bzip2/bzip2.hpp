@@ -81,9 +81,10 @@ void BwtInverse(const uint8_t* src, uint8_t* dst, uint32_t n, uint32_t index, ui
 // budget left (negative: it ran out and the range is only partly sorted).
 int64_t MultikeyQuicksort(const uint8_t* text, uint32_t n, uint32_t* s, uint32_t first,
                           uint32_t last, uint32_t depth, int64_t budget);
-// Two-byte bucket sort of all rotations into sa (n entries); false when the budget ran out.
+// Two-byte bucket sort of all rotations into sa (n entries); false when the budget ran out,
+// or with give_up_early (and a budget) also when it is being spent so fast that it would.
 bool BucketSort(const uint8_t* text, uint32_t n, uint32_t* sa, uint32_t* bucket_pos,
-                uint32_t* pair_start, int64_t budget);
+                uint32_t* pair_start, int64_t budget, bool give_up_early = false);
 // Per mille of sampled 32-byte strings of the block that occur earlier in it too; `table`
 // holds kRepeatTableSlots words of 64 bits. Reads text[0..n).
 inline constexpr uint32_t kRepeatTableSlots = 32768;
