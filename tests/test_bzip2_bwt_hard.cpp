@@ -79,14 +79,10 @@ Bytes OracleLastColumn(const Bytes& s) {
 ZyrStatus Forward(const Bytes& s, int strategy, Bytes& last, int32_t& index) {
     const auto n = static_cast<uint32_t>(s.size());
     uint32_t size = 0;
-    if (strategy < 0) {
-        zyrsBWTFwdGetSize_8u(static_cast<int32_t>(n), reinterpret_cast<int32_t*>(&size));
-    } else {
-        zyrsBWTFwdGetBufSize_SelectSort_8u(n, &size, static_cast<uint32_t>(strategy));
-    }
+    (strategy < 0) ? zyrsBWTFwdGetSize_8u(static_cast<int32_t>(n), reinterpret_cast<int32_t*>(&size))
+                   : zyrsBWTFwdGetBufSize_SelectSort_8u(n, &size, static_cast<uint32_t>(strategy));
     zyrdc::test::GuardedBuffer buffer(size);
     last.assign(n, 0xEE);
-    index = -1;
     return strategy < 0 ? zyrsBWTFwd_8u(s.data(), last.data(), static_cast<int32_t>(n), &index, buffer.data())
                         : zyrsBWTFwd_SelectSort_8u(s.data(), last.data(), n, &index, buffer.data(), strategy);
 }
