@@ -122,7 +122,8 @@ ZYRDC_API ZyrStatus zyrsBWTFwdGetBufSize_SelectSort_8u(uint32_t n, uint32_t* pSi
         case 1: *pSize = bucket; break;
         case 2: *pSize = induced; break;
         case 3:
-            *pSize = static_cast<int32_t>(bucket) > static_cast<int32_t>(induced) ? bucket : induced;
+            *pSize =
+                static_cast<int32_t>(bucket) > static_cast<int32_t>(induced) ? bucket : induced;
             break;
         default: break;  // an unknown strategy is passed over without a word
     }

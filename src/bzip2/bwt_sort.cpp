@@ -250,7 +250,9 @@ bool BucketSort(const uint8_t* text, uint32_t n, uint32_t* sa, uint32_t* bucket_
     uint64_t selected = 0, sorted = 0;
     if (give_up_early) {
         for (uint32_t a = lo; a <= hi; ++a) {
-            for (uint32_t b = a + 1; b <= hi; ++b) selected += bucket_pos[a << 8 | b] - pair_start[a << 8 | b];
+            for (uint32_t b = a + 1; b <= hi; ++b) {
+                selected += bucket_pos[a << 8 | b] - pair_start[a << 8 | b];
+            }
         }
     }
     const int64_t full_budget = budget;
@@ -327,15 +329,14 @@ uint32_t RepeatShare(const uint8_t* text, uint32_t n, uint64_t* table) {
         uint64_t w[kWindow / 8];
         for (uint32_t k = 0; k < kWindow / 8; ++k) w[k] = load_u64le(text + i + 8 * k);
         // Runs of one byte value cost the bucket sort little (one selected start a run).
-        if (w[0] == (w[0] & 0xFF) * 0x0101010101010101ull && w[0] == w[1] && w[1] == w[2] && w[2] == w[3]) {
-            continue;
-        }
+        const bool one_value = w[0] == (w[0] & 0xFF) * 0x0101010101010101ull;
+        if (one_value && w[0] == w[1] && w[1] == w[2] && w[2] == w[3]) continue;
         uint64_t h = 0;
         for (uint64_t x : w) h = (h ^ x) * 0x9E3779B97F4A7C15ull;
         h |= 1;  // 0 marks a free slot
         ++sampled;
-        for (uint32_t probe = 0, slot = static_cast<uint32_t>(h >> 40) & (kSlots - 1); probe < kProbes;
-             ++probe, slot = (slot + 1) & (kSlots - 1)) {
+        uint32_t slot = static_cast<uint32_t>(h >> 40) & (kSlots - 1);
+        for (uint32_t probe = 0; probe < kProbes; ++probe, slot = (slot + 1) & (kSlots - 1)) {
             if (table[slot] == 0) {
                 table[slot] = h;
                 break;
