@@ -13,7 +13,10 @@
 // looks fine.
 //
 // The corpus is read from $ZYRDC_CORPUS, or from shared/corpus beside the source tree;
-// missing files are skipped.
+// missing files are skipped. After the files come built-in blocks of 900000 bytes that are
+// hard for a comparison sort of rotations (names starting "hard_"): one byte value, period 2,
+// period 1000, 4-byte records with a counter, two equal halves, a Fibonacci word, and random
+// bytes and text for comparison.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -23,7 +26,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "zyrdc.h"
@@ -259,6 +264,28 @@ void BM_Later(benchmark::State& state, const Input* in, Later which) {
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(in->file.size()));
 }
 
+// The built-in hard blocks, as the tests build them.
+Bytes HardBlock(const std::string& kind, size_t n) {
+    static const char* const kWords[] = {"rotation ", "of ", "the ", "block ", "sorted\n"};
+    std::mt19937 rng(static_cast<uint32_t>(n));
+    Bytes b(n, 'x');
+    std::string words, fib = "a", fib_prev = "b";
+    while (kind == "fibonacci" && fib.size() < n) fib_prev = std::exchange(fib, fib + fib_prev);
+    for (size_t i = 0; i < n; ++i) {
+        if (kind == "period2") b[i] = i % 2 ? 'd' : 'a';
+        if (kind == "period1000") b[i] = static_cast<uint8_t>(i % 1000 * 7919 % 251);
+        if (kind == "records") b[i] = static_cast<uint8_t>(i % 4 == 3 ? 0x80 : (i / 4) >> (8 * (i % 4)));
+        if (kind == "halves") b[i] = static_cast<uint8_t>((i % (n / 2) + 1) * 2654435761u >> 29);
+        if (kind == "fibonacci") b[i] = static_cast<uint8_t>(fib[i]);
+        if (kind == "random") b[i] = static_cast<uint8_t>(rng());
+        if (kind == "text") {
+            while (words.size() <= i) words += kWords[rng() % 5];
+            b[i] = static_cast<uint8_t>(words[i]);
+        }
+    }
+    return b;
+}
+
 std::vector<Input>& Inputs() {
     static std::vector<Input> inputs;
     return inputs;
@@ -267,11 +294,15 @@ std::vector<Input>& Inputs() {
 bool RegisterAll() {
     benchmark::AddCustomContext("corpus", CorpusDir().string());
     std::vector<Input>& inputs = Inputs();
-    inputs.reserve(std::size(kFiles) * std::size(kBlockSizes));
+    inputs.reserve((std::size(kFiles) + 8) * std::size(kBlockSizes));
     for (const char* name : kFiles) {
         const Bytes file = ReadFile(CorpusDir() / name);
         if (file.empty()) continue;
         for (const int64_t block : kBlockSizes) inputs.push_back({name, file, block});
+    }
+    for (const char* kind : {"one_value", "period2", "period1000", "records", "halves", "fibonacci", "random", "text"}) {
+        const Bytes block = HardBlock(kind, 900000);
+        for (const int64_t size : kBlockSizes) inputs.push_back({std::string("hard_") + kind, block, size});
     }
     const auto add = [](const std::string& family, const Input& in, auto fn, auto... args) {
         benchmark::RegisterBenchmark((family + "/" + in.name + "/" + std::to_string(in.block)).c_str(),

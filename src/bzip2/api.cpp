@@ -107,8 +107,8 @@ ZYRDC_API ZyrStatus zyrsBWTFwdGetSize_8u(int32_t n, int32_t* pSize) {
     if (n < 1) return StatusBadSize;
     // The larger of the two layouts, compared as signed values (as wrapped 32-bit sizes).
     const auto bucket = static_cast<int32_t>(bz::BucketSortBytes(static_cast<uint32_t>(n)));
-    const auto doubling = static_cast<int32_t>(bz::DoublingSortBytes(static_cast<uint32_t>(n)));
-    *pSize = bucket > doubling ? bucket : doubling;
+    const auto induced = static_cast<int32_t>(bz::InducedSortBytes(static_cast<uint32_t>(n)));
+    *pSize = bucket > induced ? bucket : induced;
     return StatusOk;
 }
 
@@ -116,13 +116,14 @@ ZYRDC_API ZyrStatus zyrsBWTFwdGetBufSize_SelectSort_8u(uint32_t n, uint32_t* pSi
                                                        uint32_t strategy) {
     if (pSize == nullptr) return StatusNullPointer;
     if (n == 0) return StatusBadSize;
-    const uint32_t bucket = bz::BucketSortBytes(n), doubling = bz::DoublingSortBytes(n);
+    const uint32_t bucket = bz::BucketSortBytes(n), induced = bz::InducedSortBytes(n);
     switch (strategy) {
         case 0:
         case 1: *pSize = bucket; break;
-        case 2: *pSize = doubling; break;
+        case 2: *pSize = induced; break;
         case 3:
-            *pSize = static_cast<int32_t>(bucket) > static_cast<int32_t>(doubling) ? bucket : doubling;
+            *pSize =
+                static_cast<int32_t>(bucket) > static_cast<int32_t>(induced) ? bucket : induced;
             break;
         default: break;  // an unknown strategy is passed over without a word
     }

@@ -48,8 +48,8 @@ bool ExpandDictionary(const uint8_t* in_use, uint8_t* data, int32_t len, int32_t
 enum class SortStrategy : int32_t {
     kBudgeted = 0,           // bucket sort; gives up when the budget runs out
     kUnbudgeted = 1,         // bucket sort without a budget
-    kDoubling = 2,           // prefix-doubling sort only
-    kBudgetedFallback = 3,   // bucket sort, prefix doubling when the budget runs out
+    kInduced = 2,            // induced sort only
+    kBudgetedFallback = 3,   // bucket sort, induced sort when the budget runs out
 };
 
 // The multikey quicksort's keys read up to this many bytes past a rotation's start.
@@ -63,7 +63,7 @@ inline constexpr int64_t kShortBudgetSelect = 100;
 
 // Working-buffer sizes (32-bit arithmetic, wrapping as the callers' unsigned sizes do).
 constexpr uint32_t BucketSortBytes(uint32_t n) { return 6 * n + 524484u; }
-constexpr uint32_t DoublingSortBytes(uint32_t n) { return 18 * n + 80u; }
+constexpr uint32_t InducedSortBytes(uint32_t n) { return 18 * n + 80u; }
 
 // Forward transform of n >= 1 bytes with the strategy's sort, `short_budget` per byte on the
 // short-block path. Returns StatusOk or, for kBudgeted only, StatusBwtSortAbandoned (then
@@ -81,13 +81,18 @@ void BwtInverse(const uint8_t* src, uint8_t* dst, uint32_t n, uint32_t index, ui
 // budget left (negative: it ran out and the range is only partly sorted).
 int64_t MultikeyQuicksort(const uint8_t* text, uint32_t n, uint32_t* s, uint32_t first,
                           uint32_t last, uint32_t depth, int64_t budget);
-// Two-byte bucket sort of all rotations into sa (n entries); false when the budget ran out.
+// Two-byte bucket sort of all rotations into sa (n entries); false when the budget ran out,
+// or with give_up_early (and a budget) also when it is being spent so fast that it would.
 bool BucketSort(const uint8_t* text, uint32_t n, uint32_t* sa, uint32_t* bucket_pos,
-                uint32_t* pair_start, int64_t budget);
-// Prefix-doubling sort of all rotations; the four arrays hold n words each. Returns the array
-// that holds the sorted starts (one of the four).
-uint32_t* DoublingSort(const uint8_t* text, uint32_t n, uint32_t* a, uint32_t* b, uint32_t* c,
-                       uint32_t* d);
+                uint32_t* pair_start, int64_t budget, bool give_up_early = false);
+// Per mille of sampled 32-byte strings of the block that occur earlier in it too; `table`
+// holds kRepeatTableSlots words of 64 bits. Reads text[0..n).
+inline constexpr uint32_t kRepeatTableSlots = 32768;
+uint32_t RepeatShare(const uint8_t* text, uint32_t n, uint64_t* table);
+// Induced sort of all rotations of a block that is not all one byte value into sa (n words);
+// `scratch` holds 10n bytes (plus 4 per level for alignment) and needs no alignment. Only
+// text[0..n) is read.
+void InducedSort(const uint8_t* text, uint32_t n, uint32_t* sa, uint8_t* scratch);
 
 // ---- move-to-front and zero-run coding -----------------------------------------------------
 
