@@ -205,6 +205,16 @@ inline void CopyMatch(uint8_t* d, uint32_t dist, uint32_t len) {
         for (uint32_t i = 0; i < len; i += 8) store_u64le(d + i, load_u64le(s + i));
         return;
     }
+    if (kQuick && dist == 1) {
+        const __m128i v = _mm_set1_epi8(static_cast<char>(*s));
+        for (uint32_t i = 0; i < len; i += 16) _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i), v);
+        return;
+    }
+    if (kQuick) {
+        // Each 8-byte store is right in its first dist bytes, the pattern's period.
+        for (uint32_t i = 0; i < len; i += dist) store_u64le(d + i, load_u64le(s + i));
+        return;
+    }
     for (uint32_t i = 0; i < len; ++i) d[i] = s[i];
 }
 
@@ -257,6 +267,7 @@ private:
     ZyrStatus Body();
     template <TableKind kKind>
     ZyrStatus BodyLoop(const Tables& t);
+    ZyrStatus QuickSingle(const Tables& t, bool& ended);
     ZyrStatus EndOfBlock() {
         if (Words()[0] != 0) {
             mode_ = InflateModeDone;
@@ -484,10 +495,100 @@ ZyrStatus Inflater::Body() {
     return BodyLoop<TableKind::TwoLevel>(t);
 }
 
+// The quick path for single-level and fixed tables, its state in locals (stores to the
+// output could otherwise alias the members). Up to three literals per refill; a match refills
+// first when fewer than its 52 bits may remain. Returns kContinue when the margins run out,
+// with ended set when the end-of-block code was taken.
+ZyrStatus Inflater::QuickSingle(const Tables& t, bool& ended) {
+    const uint8_t* const src = src_;
+    uint8_t* const dst = dst_;
+    const int32_t srcStop = srcLen_ - kQuickSrc, dstStop = dstLen_ - kQuickRoom, win = win_;
+    const uint16_t* const lit = t.lit;
+    const uint32_t litMask = t.litMask, litBits = static_cast<uint32_t>(__builtin_ctz(litMask + 1));
+    const uint8_t* const dLenExtra = t.distLenExtra;
+    const uint16_t* const dBase = t.distBase;
+    const uint32_t distMask = t.distMask, distBits = static_cast<uint32_t>(__builtin_ctz(distMask + 1));
+    uint64_t acc = acc_;
+    uint32_t nbits = nbits_;
+    int32_t pos = pos_, out = out_;
+    ZyrStatus status = kContinue;
+    ended = false;
+    while (pos <= srcStop && out <= dstStop) {
+        acc |= load_u64le(src + pos) << nbits;
+        pos += static_cast<int32_t>((63 - nbits) >> 3);
+        nbits |= 56;
+        uint32_t e = lit[acc & litMask], n = e & 15;
+        // Literals while the next code's bits are surely there and the margin holds.
+        while ((e & 0xF0) == 0) {
+            if (n - 1 >= litBits) return StatusCorruptStream;
+            dst[out++] = static_cast<uint8_t>(e >> 8);
+            acc >>= n;
+            nbits -= n;
+            if (nbits < kMaxCodeBits || out > dstStop) break;
+            e = lit[acc & litMask];
+            n = e & 15;
+        }
+        if ((e & 0xF0) == 0) continue;  // refill (or leave) before the next code
+        if (n - 1 >= litBits) {
+            status = StatusCorruptStream;
+            break;
+        }
+        if ((e & 0xF0) == 0xF0) {
+            acc >>= n;
+            nbits -= n;
+            ended = true;
+            break;
+        }
+        if ((e & 0x80) == 0 || !t.haveDist) {
+            status = StatusCorruptStream;
+            break;
+        }
+        if (nbits < 52) {
+            if (pos > srcStop || out > dstStop) break;  // the careful path takes this match
+            acc |= load_u64le(src + pos) << nbits;
+            pos += static_cast<int32_t>((63 - nbits) >> 3);
+            nbits |= 56;
+        } else if (out > dstStop) {
+            break;
+        }
+        const uint32_t lenExtra = (e >> 4) & 7;
+        const uint32_t length = (e >> 8) + kMinMatch + LowBits(acc >> n, lenExtra);
+        acc >>= n + lenExtra;
+        nbits -= n + lenExtra;
+        const uint32_t idx = static_cast<uint32_t>(acc & distMask);
+        const uint32_t d = dLenExtra[idx], dn = d & 15, dExtra = d >> 4;
+        if (length > kMaxMatch || dn - 1 >= distBits) {
+            status = StatusCorruptStream;
+            break;
+        }
+        const uint32_t dist = dBase[idx] + LowBits(acc >> dn, dExtra);
+        if (dist > static_cast<uint32_t>(out - win)) {
+            status = StatusCorruptStream;
+            break;
+        }
+        acc >>= dn + dExtra;
+        nbits -= dn + dExtra;
+        CopyMatch<true>(dst + out, dist, length);
+        out += static_cast<int32_t>(length);
+    }
+    // A failed unit leaves nothing to write back: the call ends with its error.
+    acc_ = acc;
+    nbits_ = nbits;
+    pos_ = pos;
+    out_ = out;
+    return status;
+}
+
 template <TableKind kKind>
 ZyrStatus Inflater::BodyLoop(const Tables& t) {
     Token tok{};
     for (;;) {
+        if constexpr (kKind == TableKind::Single) {
+            bool ended = false;
+            const ZyrStatus s = QuickSingle(t, ended);
+            if (s != kContinue) return s;
+            if (ended) return EndOfBlock();
+        }
         // The quick path: whole units without availability tests.
         while (srcLen_ - pos_ >= kQuickSrc && dstLen_ - out_ >= kQuickRoom) {
             RefillQuick();
