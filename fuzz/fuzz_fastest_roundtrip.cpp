@@ -22,7 +22,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t n = size - 6;
     auto next = [&] { return (seed = seed * 1103515245u + 12345u) >> 16; };
 
-    std::vector<uint8_t> out(2 * n + 1024);
+    // 15 bits a byte at most, a header of up to 287 bytes a block, and the room a token asks for.
+    std::vector<uint8_t> out(2 * n + (n / block + 1) * 300 + 1024);
     std::vector<int32_t> head(hashSize, -32768), scratch(hashSize);
     uint16_t code = 0;
     uint32_t bits = 0, idx = 0;
