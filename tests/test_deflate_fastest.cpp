@@ -93,12 +93,12 @@ TEST(FastestCodes, LengthLimitedBuilderMatchesReferenceAndOptimum) {
     for (int i = 0; i < 6; ++i) {
         std::vector<uint32_t> w(2 + rng() % 5);
         for (auto& x : w) x = 1 + rng() % (i % 2 ? 1000 : 3);
-        rows.push_back({"small " + std::to_string(i), w, 3, true});
+        rows.push_back({std::to_string(i) + " small", w, 3, true});
     }
     for (uint32_t limit : {15u, 17u, 20u}) {
         std::vector<uint32_t> w(limit == 15 ? 286 : 258);
         for (size_t s = 0; s < w.size(); ++s) w[s] = s % 7 == 3 ? 0 : (rng() % 4 == 0 ? 1u << (rng() % 24) : 1 + rng() % 50);
-        rows.push_back({"alphabet " + std::to_string(w.size()) + " limit " + std::to_string(limit), w, limit, false});
+        rows.push_back({std::string("alphabet of ") + std::to_string(w.size()), w, limit, false});
     }
     for (const Row& r : rows) {
         std::vector<uint8_t> lens(r.w.size());

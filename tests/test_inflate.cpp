@@ -83,7 +83,7 @@ TEST(Inflate, DecodesZlibStreams) {
     for (int strategy : {Z_FILTERED, Z_HUFFMAN_ONLY, Z_RLE, Z_FIXED}) rows.push_back({9, 15, 9, strategy});
     for (const Row& r : rows) {
         for (const auto& data : inputs) {
-            const std::string what = "zlib level " + std::to_string(r.level) + " wbits " + std::to_string(r.wbits) +
+            const std::string what = std::string("zlib level ") + std::to_string(r.level) + " wbits " + std::to_string(r.wbits) +
                                      " strategy " + std::to_string(r.strategy) + " size " + std::to_string(data.size());
             ExpectDecodes(ZlibDeflate(data, r.level, r.wbits, r.memLevel, r.strategy, rng), data, what, rng,
                           data.size() < 200000);
@@ -101,7 +101,7 @@ TEST(Inflate, DecodesLibdeflateStreams) {
         for (const auto& data : inputs) {
             std::vector<uint8_t> out(libdeflate_deflate_compress_bound(c, data.size()));
             out.resize(libdeflate_deflate_compress(c, data.data(), data.size(), out.data(), out.size()));
-            ExpectDecodes(out, data, "libdeflate level " + std::to_string(level), rng);
+            ExpectDecodes(out, data, std::string("libdeflate level ") + std::to_string(level), rng);
         }
         libdeflate_free_compressor(c);
     }

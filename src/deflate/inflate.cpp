@@ -267,7 +267,8 @@ private:
     ZyrStatus Body();
     template <TableKind kKind>
     ZyrStatus BodyLoop(const Tables& t);
-    ZyrStatus QuickSingle(const Tables& t, bool& ended);
+    template <TableKind kKind>
+    ZyrStatus Quick(const Tables& t, bool& ended);
     ZyrStatus EndOfBlock() {
         if (Words()[0] != 0) {
             mode_ = InflateModeDone;
@@ -491,23 +492,54 @@ ZyrStatus Inflater::Body() {
                        distBits != 0};
         return BodyLoop<TableKind::Single>(t);
     }
-    const Tables t{record_->tables, 0, nullptr, nullptr, 0, w[kWordMaxDist] != 0};
+    const Tables t{record_->tables, (1u << kRootBits) - 1, nullptr, nullptr, (1u << kRootBits) - 1,
+                   w[kWordMaxDist] != 0};
     return BodyLoop<TableKind::TwoLevel>(t);
 }
 
-// The quick path for single-level and fixed tables, its state in locals (stores to the
-// output could otherwise alias the members). Up to three literals per refill; a match refills
-// first when fewer than its 52 bits may remain. Returns kContinue when the margins run out,
+// The literal/length entry for the next bits, or 0 for a code no symbol has.
+template <TableKind kKind>
+inline uint32_t LitEntry(const Tables& t, uint64_t acc, uint32_t litBits) {
+    if constexpr (kKind == TableKind::Single) {
+        const uint32_t e = t.lit[acc & t.litMask];
+        return (e & 15) - 1 < litBits ? e : 0;
+    } else {
+        uint32_t n;
+        return TwoLevelLookup(t.lit, 0, acc, n);
+    }
+}
+
+// The distance code for the next bits: its length, extra bits and base; false for a code no
+// symbol has.
+template <TableKind kKind>
+inline bool DistEntry(const Tables& t, uint64_t acc, uint32_t distBits, uint32_t& n, uint32_t& extra,
+                      uint32_t& base) {
+    if constexpr (kKind == TableKind::Single) {
+        const uint32_t idx = static_cast<uint32_t>(acc & t.distMask), d = t.distLenExtra[idx];
+        n = d & 15;
+        extra = d >> 4;
+        base = t.distBase[idx];
+        return n - 1 < distBits;
+    } else {
+        const uint32_t d = TwoLevelLookup(t.lit, kDistRootEntry, acc, n), sym = d >> 8;
+        if (n == 0 || sym >= static_cast<uint32_t>(kNumDist)) return false;
+        extra = (d >> 4) & 15;
+        base = kDistanceCodes[sym].base + 1u;
+        return true;
+    }
+}
+
+// The quick path, its state in locals (stores to the output could otherwise alias the
+// members). Literals go on while the next code's bits are surely there; a match refills
+// first when fewer than its 52 bits may remain. Returns kContinue when a margin runs out,
 // with ended set when the end-of-block code was taken.
-ZyrStatus Inflater::QuickSingle(const Tables& t, bool& ended) {
+template <TableKind kKind>
+ZyrStatus Inflater::Quick(const Tables& t, bool& ended) {
     const uint8_t* const src = src_;
     uint8_t* const dst = dst_;
     const int32_t srcStop = srcLen_ - kQuickSrc, dstStop = dstLen_ - kQuickRoom, win = win_;
-    const uint16_t* const lit = t.lit;
-    const uint32_t litMask = t.litMask, litBits = static_cast<uint32_t>(__builtin_ctz(litMask + 1));
-    const uint8_t* const dLenExtra = t.distLenExtra;
-    const uint16_t* const dBase = t.distBase;
-    const uint32_t distMask = t.distMask, distBits = static_cast<uint32_t>(__builtin_ctz(distMask + 1));
+    const uint32_t litBits = static_cast<uint32_t>(__builtin_ctz(t.litMask + 1));
+    const uint32_t distBits = static_cast<uint32_t>(__builtin_ctz(t.distMask + 1));
     uint64_t acc = acc_;
     uint32_t nbits = nbits_;
     int32_t pos = pos_, out = out_;
@@ -517,22 +549,18 @@ ZyrStatus Inflater::QuickSingle(const Tables& t, bool& ended) {
         acc |= load_u64le(src + pos) << nbits;
         pos += static_cast<int32_t>((63 - nbits) >> 3);
         nbits |= 56;
-        uint32_t e = lit[acc & litMask], n = e & 15;
-        // Literals while the next code's bits are surely there and the margin holds.
+        uint32_t e = LitEntry<kKind>(t, acc, litBits);
         while ((e & 0xF0) == 0) {
-            if (n - 1 >= litBits) return StatusCorruptStream;
+            if (e == 0) return StatusCorruptStream;
+            const uint32_t n = e & 15;
             dst[out++] = static_cast<uint8_t>(e >> 8);
             acc >>= n;
             nbits -= n;
             if (nbits < kMaxCodeBits || out > dstStop) break;
-            e = lit[acc & litMask];
-            n = e & 15;
+            e = LitEntry<kKind>(t, acc, litBits);
         }
         if ((e & 0xF0) == 0) continue;  // refill (or leave) before the next code
-        if (n - 1 >= litBits) {
-            status = StatusCorruptStream;
-            break;
-        }
+        const uint32_t n = e & 15;
         if ((e & 0xF0) == 0xF0) {
             acc >>= n;
             nbits -= n;
@@ -555,13 +583,12 @@ ZyrStatus Inflater::QuickSingle(const Tables& t, bool& ended) {
         const uint32_t length = (e >> 8) + kMinMatch + LowBits(acc >> n, lenExtra);
         acc >>= n + lenExtra;
         nbits -= n + lenExtra;
-        const uint32_t idx = static_cast<uint32_t>(acc & distMask);
-        const uint32_t d = dLenExtra[idx], dn = d & 15, dExtra = d >> 4;
-        if (length > kMaxMatch || dn - 1 >= distBits) {
+        uint32_t dn, dExtra, base;
+        if (length > kMaxMatch || !DistEntry<kKind>(t, acc, distBits, dn, dExtra, base)) {
             status = StatusCorruptStream;
             break;
         }
-        const uint32_t dist = dBase[idx] + LowBits(acc >> dn, dExtra);
+        const uint32_t dist = base + LowBits(acc >> dn, dExtra);
         if (dist > static_cast<uint32_t>(out - win)) {
             status = StatusCorruptStream;
             break;
@@ -583,34 +610,10 @@ template <TableKind kKind>
 ZyrStatus Inflater::BodyLoop(const Tables& t) {
     Token tok{};
     for (;;) {
-        if constexpr (kKind == TableKind::Single) {
-            bool ended = false;
-            const ZyrStatus s = QuickSingle(t, ended);
-            if (s != kContinue) return s;
-            if (ended) return EndOfBlock();
-        }
-        // The quick path: whole units without availability tests.
-        while (srcLen_ - pos_ >= kQuickSrc && dstLen_ - out_ >= kQuickRoom) {
-            RefillQuick();
-            const Unit u = DecodeUnit<kKind, true>(t, acc_, nbits_, tok);
-            if (u == Unit::Literal) {
-                dst_[out_++] = static_cast<uint8_t>(tok.value);
-                Use(tok.bits);
-                continue;
-            }
-            if (u == Unit::Match) {
-                if (tok.dist > static_cast<uint32_t>(out_ - win_)) return StatusCorruptStream;
-                CopyMatch<true>(dst_ + out_, tok.dist, tok.value);
-                out_ += static_cast<int32_t>(tok.value);
-                Use(tok.bits);
-                continue;
-            }
-            if (u == Unit::End) {
-                Use(tok.bits);
-                return EndOfBlock();
-            }
-            return StatusCorruptStream;
-        }
+        bool ended = false;
+        const ZyrStatus quick = Quick<kKind>(t, ended);
+        if (quick != kContinue) return quick;
+        if (ended) return EndOfBlock();
         // The careful path, one unit, then back to the top.
         Refill();
         const Unit u = DecodeUnit<kKind, false>(t, acc_, nbits_, tok);
