@@ -132,8 +132,8 @@ inline uint32_t TwoLevelLookup(const uint16_t* area, uint32_t root, uint64_t acc
 }
 
 // Decodes the next Huffman-coded unit from acc, which holds `avail` bits (with zeros above
-// them). kQuick: the caller guarantees the longest unit's bits, so nothing waits.
-template <TableKind kKind, bool kQuick>
+// them): the careful path's unit.
+template <TableKind kKind>
 inline Unit DecodeUnit(const Tables& t, uint64_t acc, uint32_t avail, Token& tok) {
     uint32_t e, n;
     if constexpr (kKind == TableKind::Single) {
@@ -146,7 +146,7 @@ inline Unit DecodeUnit(const Tables& t, uint64_t acc, uint32_t avail, Token& tok
         e = TwoLevelLookup(t.lit, 0, acc, n);
         if (n == 0) return Unit::Corrupt;
     }
-    if (!kQuick && n > avail) return Unit::Wait;
+    if (n > avail) return Unit::Wait;
     const uint32_t kind = (e >> 4) & 0xF;
     if (kind == 0) {
         tok = {n, e >> 8, 0};
@@ -160,7 +160,7 @@ inline Unit DecodeUnit(const Tables& t, uint64_t acc, uint32_t avail, Token& tok
     // A length and its extra bits.
     const uint32_t lenExtra = kind & 7;
     uint32_t used = n + lenExtra;
-    if (!kQuick && used > avail) return Unit::Wait;
+    if (used > avail) return Unit::Wait;
     const uint32_t length = (e >> 8) + kMinMatch + LowBits(acc >> n, lenExtra);
     if (length > kMaxMatch) return Unit::Corrupt;
     if (!t.haveDist) return Unit::Corrupt;
@@ -177,14 +177,14 @@ inline Unit DecodeUnit(const Tables& t, uint64_t acc, uint32_t avail, Token& tok
     } else {
         const uint32_t d = TwoLevelLookup(t.lit, kDistRootEntry, rest, dn);
         if (dn == 0) return Unit::Corrupt;
-        if (!kQuick && used + dn > avail) return Unit::Wait;
+        if (used + dn > avail) return Unit::Wait;
         const uint32_t sym = d >> 8;
         if (sym >= static_cast<uint32_t>(kNumDist)) return Unit::Corrupt;
         dExtra = (d >> 4) & 15;
         base = kDistanceCodes[sym].base + 1u;
     }
     used += dn + dExtra;
-    if (!kQuick && used > avail) return Unit::Wait;
+    if (used > avail) return Unit::Wait;
     tok = {used, length, base + LowBits(rest >> dn, dExtra)};
     return Unit::Match;
 }
@@ -616,7 +616,7 @@ ZyrStatus Inflater::BodyLoop(const Tables& t) {
         if (ended) return EndOfBlock();
         // The careful path, one unit, then back to the top.
         Refill();
-        const Unit u = DecodeUnit<kKind, false>(t, acc_, nbits_, tok);
+        const Unit u = DecodeUnit<kKind>(t, acc_, nbits_, tok);
         switch (u) {
         case Unit::Literal:
             if (out_ == dstLen_) return StatusDstFull;
