@@ -151,14 +151,8 @@ void BM_Huff(benchmark::State& state, const std::vector<uint8_t>* data, uint32_t
     Streams s = Match(*data, 6);
     for (auto& c : s.litCount) ++c;  // every symbol gets a code
     for (auto& c : s.distCount) ++c;
-    uint8_t litLens[286], distLens[30];
-    zyrdc::tool::DeflateWriter::LimitedLengths(s.litCount, 286, 15, litLens);
-    zyrdc::tool::DeflateWriter::LimitedLengths(s.distCount, 30, 15, distLens);
     HuffCodeEntry litCodes[286], distCodes[30];
-    for (int i = 0; i < 286; ++i)
-        litCodes[i] = {static_cast<uint16_t>(i & ((1 << litLens[i]) - 1)), litLens[i]};
-    for (int i = 0; i < 30; ++i)
-        distCodes[i] = {static_cast<uint16_t>(i & ((1 << distLens[i]) - 1)), distLens[i]};
+    zyrsDeflateLZ77FastestGenHuffTable_8u(s.litCount, s.distCount, DeflateCodesUsed, litCodes, distCodes);
     std::vector<uint8_t> out(6 * s.lit.size() + 16);
     uint32_t index = 0;
     for (auto _ : state) {

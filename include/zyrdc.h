@@ -106,6 +106,37 @@ typedef struct InflateHuffTable {
     uint16_t tables[3584];
 } InflateHuffTable;       /* 7208 bytes */
 
+/* Where zyrsInflate_8u stands between calls (*pMode). A stream starts at BlockStart. */
+enum {
+    InflateModeBlockStart = 0,  /* the next bits are a block header */
+    InflateModeBody = 1,        /* inside a Huffman-coded block */
+    InflateModeStored = 2,      /* inside a stored block */
+    InflateModeDone = 3         /* the final block has ended */
+};
+
+/* Flush values of zyrsDeflateLZ77Fastest_8u (1 means the same as 0). */
+enum {
+    FastestFlushNone = 0,       /* keep the last 261 bytes for the next call */
+    FastestFlushSync = 2,       /* code everything */
+    FastestFlushEndBlock = 3,   /* code everything and the end-of-block code */
+    FastestFlushFinish = 4      /* ... and pad to a byte boundary */
+};
+/* Deflate block types, and the code modes of zyrsDeflateLZ77FastestGenHuffTable_8u. */
+enum { DeflateBlockStored = 0, DeflateBlockFixed = 1, DeflateBlockDynamic = 2 };
+enum {
+    DeflateCodesUsed = 0,       /* codes for the counted symbols only */
+    DeflateCodesAll = 1,        /* a code for every symbol */
+    DeflateCodesFixed = 2       /* the fixed code */
+};
+
+/* A precomputed block header, written by zyrsDeflateLZ77FastestPrecompHeader_8u. */
+typedef struct DeflateBlockHeader {
+    uint32_t magic;           /* 0x7A444248 */
+    uint32_t blockType;       /* 0 stored, 1 fixed, 2 dynamic */
+    uint32_t bitLen;          /* header bits: 3, or 30..2286 for a dynamic block */
+    uint8_t bits[288];        /* stream bit i in bit i % 8 of byte i / 8; bit 0 (BFINAL) is 0 */
+} DeflateBlockHeader;     /* 300 bytes */
+
 /* LZSS coder state, used by either direction: 327724 bytes in the i686 build; in the
  * x86-64 build the pointer fields are 8 bytes wide and the record is 327744 bytes
  * (zyrsLZSSGetSize_8u reports the build's true size). Place it in memory aligned for a
@@ -226,6 +257,35 @@ ZYRDC_API ZyrStatus zyrsDeflateHuff_8u(const uint8_t* pLitSrc, const uint16_t* p
  * and builds single- or two-level Inflate decoding tables; invalid sets: BadHuffmanCode. */
 ZYRDC_API ZyrStatus zyrsInflateBuildHuffTable(const uint16_t* pCodeLens, uint32_t nLitLen,
     uint32_t nDistLen, InflateHuffTable* pTable);
+/* Decodes a raw Deflate stream into pDst from *pDstIdx, resumable at any byte: SrcExhausted
+ * (pass the unconsumed bytes again with more), DstFull (make room, keep 32 KiB of history
+ * from winIdx), Ok at the end of the final block; held bits in *pCode / *pCodeLenBits. */
+ZYRDC_API ZyrStatus zyrsInflate_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint32_t* pCode,
+    uint32_t* pCodeLenBits, uint8_t* pDst, int32_t dstLen, int32_t* pDstIdx, int32_t winIdx,
+    int32_t* pMode, InflateHuffTable* pTable);
+/* Adds the symbol counts of the fastest parse of pSrc (no history) to the 286 + 30 counts;
+ * pHashHead (hashSize entries) is scratch. */
+ZYRDC_API ZyrStatus zyrsDeflateLZ77FastestGetStat_8u(const uint8_t* pSrc, int32_t srcLen,
+    int32_t* pHashHead, uint32_t hashSize, uint32_t* pLitStat, uint32_t* pDistStat);
+/* Length-limited (15-bit) canonical codes from counts: DeflateCodesUsed, ...All or ...Fixed. */
+ZYRDC_API ZyrStatus zyrsDeflateLZ77FastestGenHuffTable_8u(const uint32_t* pLitStat,
+    const uint32_t* pDistStat, int32_t mode, HuffCodeEntry* pLitCodes, HuffCodeEntry* pDistCodes);
+/* Precomputes a stored, fixed or dynamic block header (BFINAL 0) into *pHeader. */
+ZYRDC_API ZyrStatus zyrsDeflateLZ77FastestPrecompHeader_8u(int32_t blockType,
+    const HuffCodeEntry* pLitCodes, const HuffCodeEntry* pDistCodes, DeflateBlockHeader* pHeader);
+/* Appends a precomputed header with BFINAL = final (stored: padding, LEN = storedLen and
+ * NLEN; the caller copies the bytes); all or nothing: DstFull when it does not fit. */
+ZYRDC_API ZyrStatus zyrsDeflateLZ77FastestGenHeader_8u(const DeflateBlockHeader* pHeader,
+    int32_t final, int32_t storedLen, uint16_t* pCode, uint32_t* pCodeLenBits, uint8_t* pDst,
+    uint32_t dstLen, uint32_t* pDstIdx);
+/* Single-probe LZ77 with the 4-byte hash, coding each literal and match at once with the
+ * given codes (every symbol needs one); flush as FastestFlush...; DstFull below 16 bytes of
+ * room: call again with the same flush and the rest of the source. */
+ZYRDC_API ZyrStatus zyrsDeflateLZ77Fastest_8u(const uint8_t** ppSrc, int32_t* pSrcLen,
+    int32_t* pSrcIdx, const uint8_t* pWindow, uint32_t winSize, int32_t* pHashHead,
+    uint32_t hashSize, const HuffCodeEntry* pLitCodes, const HuffCodeEntry* pDistCodes,
+    uint16_t* pCode, uint32_t* pCodeLenBits, uint8_t* pDst, uint32_t dstLen, uint32_t* pDstIdx,
+    int32_t flush);
 
 /* ---------------------------------------------------------------------------------- */
 /* LZ4 blocks                                                                          */

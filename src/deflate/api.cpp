@@ -149,4 +149,133 @@ ZYRDC_API ZyrStatus zyrsInflateBuildHuffTable(const uint16_t* pCodeLens, uint32_
     return zd::BuildInflateTable(pCodeLens, nLitLen, nDistLen, pTable);
 }
 
+ZYRDC_API ZyrStatus zyrsInflate_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint32_t* pCode,
+    uint32_t* pCodeLenBits, uint8_t* pDst, int32_t dstLen, int32_t* pDstIdx, int32_t winIdx,
+    int32_t* pMode, InflateHuffTable* pTable) {
+    if (ppSrc == nullptr || pSrcLen == nullptr || pCode == nullptr || pCodeLenBits == nullptr ||
+        pDst == nullptr || pDstIdx == nullptr || pMode == nullptr || pTable == nullptr) {
+        return StatusNullPointer;
+    }
+    if (*ppSrc == nullptr) {
+        return StatusNullPointer;
+    }
+    if (*pSrcLen < 0 || dstLen < 1 || *pDstIdx < 0 || *pDstIdx > dstLen || winIdx < 0 ||
+        winIdx > *pDstIdx || *pCodeLenBits > 7) {
+        return StatusBadSize;
+    }
+    // No export prepares the record: the mode and the words it relies on stand in for a magic.
+    if (!zd::InflateContextOk(*pMode, *pCodeLenBits, pTable)) {
+        return StatusBadContext;
+    }
+    zd::InflateArgs a{*ppSrc, *pSrcLen, *pCode, *pCodeLenBits, pDst, dstLen, *pDstIdx, winIdx, *pMode};
+    const ZyrStatus status = zd::Inflate(a, pTable);
+    if (status == StatusOk || status == StatusSrcExhausted || status == StatusDstFull) {
+        *ppSrc = a.src;
+        *pSrcLen = a.srcLen;
+        *pCode = a.code;
+        *pCodeLenBits = a.codeBits;
+        *pDstIdx = a.dstIdx;
+        *pMode = a.mode;
+    }
+    return status;
+}
+
+ZYRDC_API ZyrStatus zyrsDeflateLZ77FastestGetStat_8u(const uint8_t* pSrc, int32_t srcLen,
+    int32_t* pHashHead, uint32_t hashSize, uint32_t* pLitStat, uint32_t* pDistStat) {
+    if (pSrc == nullptr || pHashHead == nullptr || pLitStat == nullptr || pDistStat == nullptr) {
+        return StatusNullPointer;
+    }
+    if (srcLen < 1 || hashSize < zd::kMinHash || hashSize > zd::kMaxHash) {
+        return StatusBadSize;
+    }
+    zd::FastestGetStat(pSrc, srcLen, pHashHead, hashSize, pLitStat, pDistStat);
+    return StatusOk;
+}
+
+ZYRDC_API ZyrStatus zyrsDeflateLZ77FastestGenHuffTable_8u(const uint32_t* pLitStat,
+    const uint32_t* pDistStat, int32_t mode, HuffCodeEntry* pLitCodes, HuffCodeEntry* pDistCodes) {
+    if (pLitStat == nullptr || pDistStat == nullptr || pLitCodes == nullptr || pDistCodes == nullptr) {
+        return StatusNullPointer;
+    }
+    if (mode < DeflateCodesUsed || mode > DeflateCodesFixed) {
+        return StatusBadArgument;
+    }
+    zd::FastestGenHuffTable(pLitStat, pDistStat, mode, pLitCodes, pDistCodes);
+    return StatusOk;
+}
+
+ZYRDC_API ZyrStatus zyrsDeflateLZ77FastestPrecompHeader_8u(int32_t blockType,
+    const HuffCodeEntry* pLitCodes, const HuffCodeEntry* pDistCodes, DeflateBlockHeader* pHeader) {
+    if (pLitCodes == nullptr || pDistCodes == nullptr || pHeader == nullptr) {
+        return StatusNullPointer;
+    }
+    if (blockType < DeflateBlockStored || blockType > DeflateBlockDynamic) {
+        return StatusBadArgument;
+    }
+    return zd::FastestPrecompHeader(blockType, pLitCodes, pDistCodes, pHeader);
+}
+
+ZYRDC_API ZyrStatus zyrsDeflateLZ77FastestGenHeader_8u(const DeflateBlockHeader* pHeader,
+    int32_t final, int32_t storedLen, uint16_t* pCode, uint32_t* pCodeLenBits, uint8_t* pDst,
+    uint32_t dstLen, uint32_t* pDstIdx) {
+    if (pHeader == nullptr || pCode == nullptr || pCodeLenBits == nullptr || pDst == nullptr ||
+        pDstIdx == nullptr) {
+        return StatusNullPointer;
+    }
+    if (*pCodeLenBits > 15 || *pDstIdx > dstLen || storedLen < 0 || storedLen > 65535) {
+        return StatusBadSize;
+    }
+    const uint32_t type = pHeader->blockType, bits = pHeader->bitLen;
+    if (pHeader->magic != zd::kBlockHeaderMagic || type > DeflateBlockDynamic ||
+        (type == DeflateBlockDynamic ? bits < 30 || bits > zd::kMaxHeaderBits : bits != 3)) {
+        return StatusBadContext;
+    }
+    if (final != 0 && final != 1) {
+        return StatusBadArgument;
+    }
+    return zd::FastestGenHeader(pHeader, final, storedLen, pCode, pCodeLenBits, pDst, dstLen, pDstIdx);
+}
+
+ZYRDC_API ZyrStatus zyrsDeflateLZ77Fastest_8u(const uint8_t** ppSrc, int32_t* pSrcLen,
+    int32_t* pSrcIdx, const uint8_t* pWindow, uint32_t winSize, int32_t* pHashHead,
+    uint32_t hashSize, const HuffCodeEntry* pLitCodes, const HuffCodeEntry* pDistCodes,
+    uint16_t* pCode, uint32_t* pCodeLenBits, uint8_t* pDst, uint32_t dstLen, uint32_t* pDstIdx,
+    int32_t flush) {
+    if (ppSrc == nullptr || pSrcLen == nullptr || pSrcIdx == nullptr || pWindow == nullptr ||
+        pHashHead == nullptr || pLitCodes == nullptr || pDistCodes == nullptr || pCode == nullptr ||
+        pCodeLenBits == nullptr || pDst == nullptr || pDstIdx == nullptr) {
+        return StatusNullPointer;
+    }
+    if (*ppSrc == nullptr) {
+        return StatusNullPointer;
+    }
+    if (!SizesOk(winSize, hashSize) || *pSrcLen < 0 || *pCodeLenBits > 15 || *pDstIdx > dstLen) {
+        return StatusBadSize;
+    }
+    if (flush < FastestFlushNone || flush > FastestFlushFinish) {
+        return StatusBadArgument;
+    }
+    // Codes are fixed before the pass: every symbol it may emit needs one.
+    for (int s = 0; s < 286; ++s) {
+        if (pLitCodes[s].len == 0 || pLitCodes[s].len > 15) return StatusBadHuffmanCode;
+    }
+    for (int s = 0; s < 30; ++s) {
+        if (pDistCodes[s].len == 0 || pDistCodes[s].len > 15) return StatusBadHuffmanCode;
+    }
+    int32_t srcIdx = *pSrcIdx;
+    zd::RebaseHeadIfNeeded(srcIdx, *pSrcLen, pHashHead, hashSize, winSize);
+    zd::FastestCall c{*ppSrc,    *pSrcLen,   srcIdx, pWindow, winSize, pHashHead, hashSize,
+                      pLitCodes, pDistCodes, *pCode, *pCodeLenBits, pDst, dstLen,  *pDstIdx,
+                      flush};
+    int32_t consumed = 0;
+    const ZyrStatus status = zd::Fastest(c, consumed);
+    *ppSrc += consumed;
+    *pSrcLen -= consumed;
+    *pSrcIdx = srcIdx + consumed;
+    *pCode = static_cast<uint16_t>(c.code);
+    *pCodeLenBits = c.codeBits;
+    *pDstIdx = c.dstIdx;
+    return status;
+}
+
 }  // extern "C"

@@ -121,4 +121,75 @@ inline constexpr uint32_t kSubtableAlign = 4;                    // entries; see
 ZyrStatus BuildInflateTable(const uint16_t* lens, uint32_t nLitLen, uint32_t nDist,
                             InflateHuffTable* table);
 
+// The validation walk of the builder: true for a complete set and for a single code of
+// length 1; an all-zero set only when emptyAllowed. A length above 15 is never a code.
+bool LengthsFormCode(const uint16_t* lens, uint32_t n, bool emptyAllowed);
+
+// ---- Inflate -------------------------------------------------------------------------------
+
+// The in/out values of one zyrsInflate_8u call, after its checks.
+struct InflateArgs {
+    const uint8_t* src;
+    int32_t srcLen;
+    uint32_t code;       // held bits, next in bit 0
+    uint32_t codeBits;   // 0..7
+    uint8_t* dst;
+    int32_t dstLen;
+    int32_t dstIdx;
+    int32_t winIdx;
+    int32_t mode;
+};
+
+// The record words a mode relies on are consistent (the decoder's stand-in for a magic word).
+bool InflateContextOk(int32_t mode, uint32_t codeBits, const InflateHuffTable* table);
+// Decodes as far as source, room and stream allow. On StatusOk and the two warnings args
+// holds the new values; on an error it is unchanged.
+ZyrStatus Inflate(InflateArgs& args, InflateHuffTable* table);
+
+// ---- fastest single-pass mode --------------------------------------------------------------
+
+inline constexpr int32_t kFastestLookahead = 261;
+inline constexpr uint32_t kFastestDstMargin = 16;   // room a token needs
+inline constexpr int32_t kFastestInsertMax = 16;    // longest match whose positions are hashed
+inline constexpr uint32_t kBlockHeaderMagic = 0x7A444248;
+inline constexpr uint32_t kMaxHeaderBits = 2286;
+
+// zyrsDeflateLZ77FastestGetStat_8u after its checks.
+void FastestGetStat(const uint8_t* src, int32_t srcLen, int32_t* head, uint32_t hashSize,
+                    uint32_t* litStat, uint32_t* distStat);
+// zyrsDeflateLZ77FastestGenHuffTable_8u after its checks.
+void FastestGenHuffTable(const uint32_t* litStat, const uint32_t* distStat, int32_t mode,
+                         HuffCodeEntry* litCodes, HuffCodeEntry* distCodes);
+// zyrsDeflateLZ77FastestPrecompHeader_8u after its pointer and type checks.
+ZyrStatus FastestPrecompHeader(int32_t blockType, const HuffCodeEntry* litCodes,
+                               const HuffCodeEntry* distCodes, DeflateBlockHeader* header);
+// zyrsDeflateLZ77FastestGenHeader_8u after its checks.
+ZyrStatus FastestGenHeader(const DeflateBlockHeader* header, int32_t final, int32_t storedLen,
+                           uint16_t* code, uint32_t* codeBits, uint8_t* dst, uint32_t dstLen,
+                           uint32_t* dstIdx);
+
+struct FastestCall {
+    const uint8_t* src;
+    int32_t srcLen;
+    int32_t srcIdx;          // already rebased
+    const uint8_t* window;
+    uint32_t winSize;
+    int32_t* head;
+    uint32_t hashSize;
+    const HuffCodeEntry* litCodes;
+    const HuffCodeEntry* distCodes;
+    uint32_t code;
+    uint32_t codeBits;
+    uint8_t* dst;
+    uint32_t dstLen;
+    uint32_t dstIdx;
+    int32_t flush;
+};
+// One zyrsDeflateLZ77Fastest_8u call after its checks; returns StatusOk or StatusDstFull
+// and the bytes consumed, with code, codeBits and dstIdx updated in the call record.
+ZyrStatus Fastest(FastestCall& call, int32_t& consumed);
+// Moves the head entries and srcIdx down when the indexes could come near overflow.
+void RebaseHeadIfNeeded(int32_t& srcIdx, int32_t srcLen, int32_t* head, uint32_t hashSize,
+                        uint32_t winSize);
+
 }  // namespace zyrdc::deflate

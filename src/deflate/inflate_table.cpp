@@ -85,6 +85,14 @@ bool CodeIsUsable(const LengthCounts& c, bool emptyAllowed) {
     return used == (1u << c.longest) || (used == 1 && c.longest == 1);
 }
 
+}  // namespace
+
+bool LengthsFormCode(const uint16_t* lens, uint32_t n, bool emptyAllowed) {
+    return CodeIsUsable(CountLengths(lens, n), emptyAllowed);
+}
+
+namespace {
+
 // Canonical codes, reversed into stream order, for the n used symbols.
 void StreamOrderCodes(const uint16_t* lens, uint32_t n, const LengthCounts& c, uint16_t* rev) {
     uint32_t next[kMaxCodeBits + 1] = {};

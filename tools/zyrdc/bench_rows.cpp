@@ -10,7 +10,7 @@
 #include "checksums.hpp"
 #include "common.hpp"
 #include "deflate_writer.hpp"
-#include "inflate_reader.hpp"
+#include "gzip_reader.hpp"
 #include "zfp_volume.hpp"
 
 
@@ -233,7 +233,7 @@ void AddZfpRows(std::vector<BenchRow>& rows) {
                     SmoothField});
 }
 
-// A gzip file must decode, through the library's Inflate tables, to the input with its
+// A gzip file must decode, through the library's Inflate decoder, to the input with its
 // CRC-32 and size.
 std::string VerifyGzip(uint32_t level, std::span<const std::uint8_t> input) {
     const std::vector<std::uint8_t> file = GzipBytes(input, level);

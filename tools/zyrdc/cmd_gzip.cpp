@@ -1,18 +1,24 @@
-// cmd_gzip.cpp - `zyrdc gzip`: a .gz file from the library's LZ77 matcher and Huffman coder,
-// read and written in pieces so that any size works.
+// cmd_gzip.cpp - `zyrdc gzip`: .gz files written with the library's Deflate primitives and
+// read with its Inflate decoder, streamed in pieces so that any size works.
 #include <cstdlib>
+#include <optional>
 #include <vector>
 
 #include "commands.hpp"
 #include "common.hpp"
 #include "deflate_writer.hpp"
+#include "gzip_reader.hpp"
 #include "output_file.hpp"
 
 namespace zyrdc::tool {
 
 namespace {
 
-constexpr OptionDef kOptions[] = {{'l', "level", true}, {'f', "force", false}};
+constexpr OptionDef kOptions[] = {
+    {'l', "level", true}, {'d', "decompress", false}, {'t', "test", false}, {'c', "stdout", false},
+    {'k', "keep", false}, {'f', "force", false},      {'1', "1", false},    {'2', "2", false},
+    {'3', "3", false},    {'4', "4", false},          {'5', "5", false},    {'6', "6", false},
+    {'7', "7", false},    {'8', "8", false},          {'9', "9", false}};
 constexpr std::size_t kPieceSize = std::size_t{1} << 20;
 
 uint32_t ParseLevel(const std::string& text) {
@@ -33,23 +39,39 @@ int RunGzip(const Command& self, std::span<char* const> args) {
         return kExitOk;
     }
     uint32_t level = kDefaultDeflateLevel;
-    for (const std::string& value : parsed.Values("level")) level = ParseLevel(value);
-    if (parsed.operands.size() != 2) {
-        throw UsageError("needs an input and an output file");
+    bool decompress = false, test = false, toStdout = false, force = false;
+    for (const auto& [name, value] : parsed.options) {
+        if (name == "level") level = ParseLevel(value);
+        else if (name.size() == 1) level = static_cast<uint32_t>(name[0] - '0');
+        else if (name == "decompress") decompress = true;
+        else if (name == "test") test = true;
+        else if (name == "stdout") toStdout = true;
+        else if (name == "force") force = true;
+        // --keep: the input is never removed
+    }
+    const std::size_t operands = toStdout || test ? 1 : 2;
+    if (parsed.operands.size() != operands) {
+        throw UsageError(operands == 1 ? "needs one input file with -c or -t" : "needs an input and an output file");
     }
     // The input opens first, so that a bad name leaves no output behind.
     InputFile in(parsed.operands[0]);
-    OutputFile out(parsed.operands[1], !parsed.Values("force").empty());
-    GzipWriter gz(level);
-    std::vector<std::uint8_t> piece(kPieceSize);
-    while (const std::size_t got = in.Read(piece)) {
-        gz.Write(std::span(piece).first(got));
-        out.Write(gz.Output().Bytes());
-        gz.Output().Clear();
+    std::optional<OutputFile> out;
+    if (!test) out.emplace(toStdout ? std::string("-") : parsed.operands[1], force);
+    if (decompress || test) {
+        Gunzip([&](std::span<std::uint8_t> buf) { return in.Read(buf); },
+               test ? WriteFn() : WriteFn([&](std::span<const std::uint8_t> bytes) { out->Write(bytes); }));
+    } else {
+        GzipWriter gz(level);
+        std::vector<std::uint8_t> piece(kPieceSize);
+        while (const std::size_t got = in.Read(piece)) {
+            gz.Write(std::span(piece).first(got));
+            out->Write(gz.Output().Bytes());
+            gz.Output().Clear();
+        }
+        gz.Finish();
+        out->Write(gz.Output().Bytes());
     }
-    gz.Finish();
-    out.Write(gz.Output().Bytes());
-    out.Commit();
+    if (out) out->Commit();
     return kExitOk;
 }
 

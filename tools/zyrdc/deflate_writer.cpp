@@ -1,7 +1,8 @@
-// deflate_writer.cpp - Deflate blocks from the library's matcher output: length-limited
-// canonical Huffman codes from the matcher's counts, the dynamic block header with its
-// code-length code, the body through zyrsDeflateHuff_8u, and stored or fixed blocks where
-// those come out smaller; gzip framing around it.
+// deflate_writer.cpp - the writer's policy over the library: where blocks end (a cost
+// estimate per sub-block of matcher output), which block type each one gets, and gzip
+// framing. Codes come from zyrsDeflateLZ77FastestGenHuffTable_8u, headers from
+// ...PrecompHeader_8u and ...GenHeader_8u, bodies from zyrsDeflateHuff_8u; level 1 runs the
+// single-pass zyrsDeflateLZ77Fastest_8u with codes from a sample of each block.
 #include "deflate_writer.hpp"
 
 #include <algorithm>
@@ -24,16 +25,18 @@ static_assert(kSubBlockEntries < 65536, "frequency counts are 16-bit");
 constexpr int32_t kMaxBlockEntries = 65536;  // a block ends here whatever the estimate says
 constexpr uint32_t kMaxStored = 65535;           // bytes of one stored block
 
-constexpr int kNumLitLen = 286, kNumDist = 30, kNumCodeLen = 19;
+constexpr int kNumLitLen = 286, kNumDist = 30;
 constexpr int kEndOfBlock = 256;
-constexpr int kMaxBits = 15, kMaxCodeLenBits = 7;
-// Order in which the code-length code's lengths are sent.
-constexpr uint8_t kCodeLenOrder[kNumCodeLen] = {16, 17, 18, 0, 8, 7, 9, 6, 10, 5,
-                                                11, 4, 12, 3, 13, 2, 14, 1, 15};
+// Extra bits of the length and distance codes, for the size estimates.
 constexpr uint8_t kLengthExtra[29] = {0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 2,
                                       2, 3, 3, 3, 3, 4, 4, 4, 4, 5, 5, 5, 5, 0};
 constexpr uint8_t kDistExtra[kNumDist] = {0, 0, 0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6,
                                           6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13};
+// The single-pass level: blocks of this much input, codes from a sample at their start.
+constexpr uint32_t kFastestLevel = 1;
+constexpr size_t kFastestBlock = size_t{256} << 10;
+constexpr int32_t kFastestSample = 16384;
+constexpr uint32_t kFastestHash = 16384;
 
 void Check(ZyrStatus status, const char* what) {
     if (status != StatusOk) {
@@ -41,99 +44,29 @@ void Check(ZyrStatus status, const char* what) {
     }
 }
 
-uint32_t Reverse(uint32_t code, uint32_t n) {
-    uint32_t r = 0;
-    for (uint32_t i = 0; i < n; ++i, code >>= 1) r = (r << 1) | (code & 1);
-    return r;
-}
-
-// Canonical codes (RFC 1951 section 3.2.2) in transmission order for the given lengths.
-void CanonicalCodes(const uint8_t* lens, int n, HuffCodeEntry* codes) {
-    uint32_t count[kMaxBits + 1] = {}, next[kMaxBits + 1] = {};
-    for (int s = 0; s < n; ++s) ++count[lens[s]];
-    count[0] = 0;
-    for (int b = 1, code = 0; b <= kMaxBits; ++b) {
-        code = (code + static_cast<int>(count[b - 1])) << 1;
-        next[b] = static_cast<uint32_t>(code);
+// Bits of the symbols counted, coded with the given codes, extra bits included.
+uint64_t CodedBits(const uint32_t* lit, const uint32_t* dist, const HuffCodeEntry* lc, const HuffCodeEntry* dc) {
+    uint64_t bits = 0;
+    for (int s = 0; s < kNumLitLen; ++s) {
+        bits += uint64_t{lit[s]} * (lc[s].len + (s > kEndOfBlock ? kLengthExtra[s - kEndOfBlock - 1] : 0));
     }
-    for (int s = 0; s < n; ++s) {
-        codes[s].len = lens[s];
-        codes[s].code = static_cast<uint16_t>(lens[s] ? Reverse(next[lens[s]]++, lens[s]) : 0);
-    }
-}
-
-// The format wants at least two codes in each alphabet (one code cannot be complete).
-void EnsureTwoCodes(uint8_t* lens, int n) {
-    int used = 0, last = -1;
-    for (int s = 0; s < n; ++s) {
-        if (lens[s]) ++used, last = s;
-    }
-    if (used >= 2) return;
-    const int other = last == 0 ? 1 : 0;
-    lens[other] = 1;
-    lens[last < 0 ? 1 : last] = 1;
+    for (int s = 0; s < kNumDist; ++s) bits += uint64_t{dist[s]} * (dc[s].len + kDistExtra[s]);
+    return bits;
 }
 
 struct FixedCodes {
-    HuffCodeEntry lit[kNumLitLen];
-    HuffCodeEntry dist[kNumDist];
-    uint8_t litLens[kNumLitLen];
+    HuffCodeEntry lit[kNumLitLen], dist[kNumDist];
+    DeflateBlockHeader header, stored;
     FixedCodes() {
-        // The numbering runs over all 288 symbols: the 8-bit codes of 286 and 287 come before
-        // the 9-bit codes, whose values they move.
-        constexpr int kFixedSymbols = 288;
-        uint8_t lens[kFixedSymbols];
-        for (int s = 0; s < kFixedSymbols; ++s) {
-            lens[s] = static_cast<uint8_t>(s < 144 ? 8 : s < 256 ? 9 : s < 280 ? 7 : 8);
-        }
-        HuffCodeEntry all[kFixedSymbols];
-        CanonicalCodes(lens, kFixedSymbols, all);
-        std::copy(all, all + kNumLitLen, lit);
-        std::copy(lens, lens + kNumLitLen, litLens);
-        uint8_t distLens[kNumDist];
-        std::fill(std::begin(distLens), std::end(distLens), uint8_t{5});
-        CanonicalCodes(distLens, kNumDist, dist);
+        const uint32_t none[kNumLitLen] = {};
+        Check(zyrsDeflateLZ77FastestGenHuffTable_8u(none, none, DeflateCodesFixed, lit, dist), "GenHuffTable");
+        Check(zyrsDeflateLZ77FastestPrecompHeader_8u(DeflateBlockFixed, lit, dist, &header), "PrecompHeader");
+        Check(zyrsDeflateLZ77FastestPrecompHeader_8u(DeflateBlockStored, lit, dist, &stored), "PrecompHeader");
     }
 };
 const FixedCodes& Fixed() {
     static const FixedCodes codes;
     return codes;
-}
-
-// Run-length coded code lengths: symbols 0..15, 16 (repeat the previous length 3..6 times),
-// 17 (3..10 zeros), 18 (11..138 zeros), each with its extra-bit value.
-struct CodeLenRun {
-    uint8_t symbol;
-    uint8_t extra;
-};
-constexpr uint8_t kCodeLenExtraBits[kNumCodeLen] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                                                    0, 0, 0, 0, 0, 0, 2, 3, 7};
-
-int RunLengthCode(const uint8_t* lens, int n, CodeLenRun* out) {
-    int count = 0;
-    for (int i = 0; i < n;) {
-        const uint8_t len = lens[i];
-        int run = 1;
-        while (i + run < n && lens[i + run] == len) ++run;
-        i += run;
-        if (len == 0) {
-            for (; run >= 11; run -= std::min(run, 138)) {
-                out[count++] = {18, static_cast<uint8_t>(std::min(run, 138) - 11)};
-            }
-            if (run >= 3) {
-                out[count++] = {17, static_cast<uint8_t>(run - 3)};
-                run = 0;
-            }
-        } else {
-            out[count++] = {len, 0};
-            --run;
-            for (; run >= 3; run -= std::min(run, 6)) {
-                out[count++] = {16, static_cast<uint8_t>(std::min(run, 6) - 3)};
-            }
-        }
-        for (; run > 0; --run) out[count++] = {len, 0};
-    }
-    return count;
 }
 
 // c log2 c: from a table for small counts, above it from the leading bit and 8 bits below it
@@ -206,123 +139,15 @@ void ByteBuffer::Append(std::span<const uint8_t> bytes) {
     size_ += bytes.size();
 }
 
-// ---- code lengths ------------------------------------------------------------------------
-
-namespace {
-
-struct Leaf {
-    uint64_t weight;
-    int symbol;  // -1 for a package
-};
-constexpr int kMaxSymbols = 288;
-
-// Lengths of a plain Huffman code over the leaves, sorted by weight: two queues, the leaves
-// and the merged nodes (which come out in order of weight), the lighter front taken each
-// time. Returns the longest length.
-int PlainLengths(const Leaf* leaves, int m, uint8_t* lens) {
-    uint64_t weight[kMaxSymbols];
-    int parent[2 * kMaxSymbols];
-    int leaf = 0, node = 0, nodes = 0;
-    auto takeLighter = [&]() {
-        if (leaf < m && (node == nodes || leaves[leaf].weight <= weight[node])) return leaf++;
-        return kMaxSymbols + node++;
-    };
-    while (nodes < m - 1) {
-        const int a = takeLighter(), b = takeLighter();
-        const uint64_t wa = a < kMaxSymbols ? leaves[a].weight : weight[a - kMaxSymbols];
-        const uint64_t wb = b < kMaxSymbols ? leaves[b].weight : weight[b - kMaxSymbols];
-        weight[nodes] = wa + wb;
-        parent[a] = parent[b] = kMaxSymbols + nodes++;
-    }
-    // The last node is the root; a node's depth is its parent's plus one.
-    int depth[kMaxSymbols], longest = 0;
-    depth[nodes - 1] = 0;
-    for (int i = nodes - 2; i >= 0; --i) depth[i] = depth[parent[kMaxSymbols + i] - kMaxSymbols] + 1;
-    for (int i = 0; i < m; ++i) {
-        const int d = depth[parent[i] - kMaxSymbols] + 1;
-        lens[leaves[i].symbol] = static_cast<uint8_t>(d);
-        longest = std::max(longest, d);
-    }
-    return longest;
-}
-
-// Package-merge: list L holds the leaves by count; each list above holds the leaves merged
-// with the pairs ("packages") of the list below. Of the top list the first 2m - 2 items are
-// taken; a taken leaf adds one bit to its symbol, a taken package takes its two items from
-// the list below. The result is the optimal code with no length above maxBits.
-void PackageMergeLengths(const Leaf* leaves, int m, int maxBits, uint8_t* lens) {
-    constexpr int kMaxItems = 2 * kMaxSymbols;
-    const int keep = 2 * m - 2;
-    // lists[0] is the top list, lists[maxBits - 1] the leaves alone.
-    static thread_local Leaf lists[kMaxBits][kMaxItems];
-    int sizes[kMaxBits];
-    std::copy(leaves, leaves + m, lists[maxBits - 1]);
-    sizes[maxBits - 1] = m;
-    for (int level = maxBits - 2; level >= 0; --level) {
-        const Leaf* below = lists[level + 1];
-        const int belowSize = sizes[level + 1];
-        Leaf* list = lists[level];
-        int size = 0, leaf = 0, pair = 0;
-        while (size < keep && (leaf < m || pair + 1 < belowSize)) {
-            const bool havePackage = pair + 1 < belowSize;
-            const uint64_t packageWeight = havePackage ? below[pair].weight + below[pair + 1].weight : 0;
-            if (leaf < m && (!havePackage || leaves[leaf].weight <= packageWeight)) {
-                list[size++] = leaves[leaf++];
-            } else {
-                list[size++] = {packageWeight, -1};
-                pair += 2;
-            }
-        }
-        sizes[level] = size;
-    }
-    for (int i = 0; i < m; ++i) lens[leaves[i].symbol] = 0;
-    int take = keep;
-    for (int level = 0; level < maxBits; ++level) {
-        int packages = 0;
-        for (int i = 0; i < take && i < sizes[level]; ++i) {
-            if (lists[level][i].symbol >= 0) {
-                ++lens[lists[level][i].symbol];
-            } else {
-                ++packages;
-            }
-        }
-        take = 2 * packages;
-    }
-}
-
-}  // namespace
-
-// A plain Huffman code is optimal whenever it stays within the limit, which it does for all
-// but very skewed counts; package-merge finds the optimal code under the limit otherwise.
-void DeflateWriter::LimitedLengths(const uint32_t* counts, int n, int maxBits, uint8_t* lens) {
-    if (n > kMaxSymbols || maxBits > kMaxBits) {
-        throw std::runtime_error("LimitedLengths: too many symbols or bits");
-    }
-    std::fill(lens, lens + n, uint8_t{0});
-    // Sorted by count, then symbol: one 64-bit key each sorts faster than pairs.
-    uint64_t keys[kMaxSymbols];
-    int m = 0;
-    for (int s = 0; s < n; ++s) {
-        if (counts[s] != 0) keys[m++] = uint64_t{counts[s]} << 9 | static_cast<uint64_t>(s);
-    }
-    std::sort(keys, keys + m);
-    Leaf leaves[kMaxSymbols];
-    for (int i = 0; i < m; ++i) leaves[i] = {keys[i] >> 9, static_cast<int>(keys[i] & 511)};
-    if (m <= 1) {
-        if (m == 1) lens[leaves[0].symbol] = 1;
-        return;
-    }
-    if (PlainLengths(leaves, m, lens) > maxBits) PackageMergeLengths(leaves, m, maxBits, lens);
-}
-
 // ---- DeflateWriter -------------------------------------------------------------------------
 
 DeflateWriter::DeflateWriter(uint32_t level)
     : level_(level),
       hashSize_(32768),
       window_(new uint8_t[kWindow + kInputChunk]),  // not cleared: only written bytes are read
-      head_(hashSize_, -32768),
-      prev_(kWindow, -32768),
+      head_(level == kFastestLevel ? kFastestHash : hashSize_, -32768),
+      prev_(level == kFastestLevel ? 0 : kWindow, -32768),
+      scratch_(level == kFastestLevel ? kFastestHash : 0),
       lit_(kMaxBlockEntries + kSubBlockEntries),
       dist_(kMaxBlockEntries + kSubBlockEntries) {
     if (level >= kDeflateLevels) throw std::runtime_error("Deflate level out of range");
@@ -331,7 +156,11 @@ DeflateWriter::DeflateWriter(uint32_t level)
 void DeflateWriter::Write(std::span<const uint8_t> input) {
     while (!input.empty()) {
         if (fill_ == kWindowBytes) {
-            Match(false);
+            if (level_ == kFastestLevel) {
+                while (fill_ - next_ > kFastestBlock) FastestBlock(kFastestBlock, false);
+            } else {
+                Match(false);
+            }
             MakeRoom();
         }
         const size_t n = std::min(input.size(), kWindowBytes - fill_);
@@ -342,9 +171,14 @@ void DeflateWriter::Write(std::span<const uint8_t> input) {
 }
 
 void DeflateWriter::Finish() {
-    Match(true);
-    CloseSubBlock();
-    EndBlock(true);
+    if (level_ == kFastestLevel) {
+        while (fill_ - next_ > kFastestBlock) FastestBlock(kFastestBlock, false);
+        FastestBlock(fill_ - next_, true);
+    } else {
+        Match(true);
+        CloseSubBlock();
+        EndBlock(true);
+    }
     AlignToByte();
 }
 
@@ -423,25 +257,35 @@ void DeflateWriter::MakeRoom() {
     blockStart_ = subStart_ = next_;
 }
 
+// Appends bits (the end-of-block code, or padding) after the pending ones.
 void DeflateWriter::PutBits(uint32_t value, uint32_t n) {
-    bits_ |= uint64_t{value} << bitCount_;
-    bitCount_ += n;
-    if (bitCount_ >= 32) {
-        const uint8_t bytes[4] = {static_cast<uint8_t>(bits_), static_cast<uint8_t>(bits_ >> 8),
-                                  static_cast<uint8_t>(bits_ >> 16), static_cast<uint8_t>(bits_ >> 24)};
-        out_.Append(bytes);
-        bits_ >>= 32;
-        bitCount_ -= 32;
+    uint32_t bits = pending_ | value << pendingBits_;
+    pendingBits_ += n;
+    for (; pendingBits_ >= 8; pendingBits_ -= 8, bits >>= 8) {
+        const uint8_t byte = static_cast<uint8_t>(bits);
+        out_.Append({&byte, 1});
     }
+    pending_ = static_cast<uint16_t>(bits);
 }
 
-void DeflateWriter::AlignToByte() {
-    PutBits(0, (8 - bitCount_ % 8) % 8);
-    while (bitCount_ > 0) {
-        const uint8_t byte = static_cast<uint8_t>(bits_);
-        out_.Append({&byte, 1});
-        bits_ >>= 8;
-        bitCount_ -= 8;
+void DeflateWriter::AlignToByte() { PutBits(0, (8 - pendingBits_) % 8); }
+
+// Appends a precomputed header; for a stored one the raw bytes follow.
+void DeflateWriter::Header(const DeflateBlockHeader& h, bool last, std::span<const uint8_t> stored) {
+    out_.Reserve(h.bitLen / 8 + 8);
+    uint32_t index = static_cast<uint32_t>(out_.Size());
+    Check(zyrsDeflateLZ77FastestGenHeader_8u(&h, last ? 1 : 0, static_cast<int32_t>(stored.size()), &pending_,
+                                             &pendingBits_, out_.Data(), index + h.bitLen / 8 + 8, &index),
+          "zyrsDeflateLZ77FastestGenHeader_8u");
+    out_.Commit(index);
+    out_.Append(stored);
+}
+
+void DeflateWriter::StoredBlocks(const uint8_t* raw, size_t size, bool last) {
+    const size_t blocks = std::max<size_t>(1, (size + kMaxStored - 1) / kMaxStored);
+    for (size_t b = 0; b < blocks; ++b) {
+        const size_t n = std::min<size_t>(kMaxStored, size - b * kMaxStored);
+        Header(Fixed().stored, last && b + 1 == blocks, {raw + b * kMaxStored, n});
     }
 }
 
@@ -452,112 +296,84 @@ void DeflateWriter::EndBlock(bool last) {
     std::copy(blockLit_.begin(), blockLit_.end(), litCounts);
     std::copy(blockDist_.begin(), blockDist_.end(), distCounts);
     litCounts[kEndOfBlock] = 1;
+    HuffCodeEntry litCodes[kNumLitLen], distCodes[kNumDist];
+    Check(zyrsDeflateLZ77FastestGenHuffTable_8u(litCounts, distCounts, DeflateCodesUsed, litCodes, distCodes),
+          "zyrsDeflateLZ77FastestGenHuffTable_8u");
+    DeflateBlockHeader dynamic;
+    Check(zyrsDeflateLZ77FastestPrecompHeader_8u(DeflateBlockDynamic, litCodes, distCodes, &dynamic),
+          "zyrsDeflateLZ77FastestPrecompHeader_8u");
 
-    uint8_t litLens[kNumLitLen], distLens[kNumDist];
-    LimitedLengths(litCounts, kNumLitLen, kMaxBits, litLens);
-    LimitedLengths(distCounts, kNumDist, kMaxBits, distLens);
-    EnsureTwoCodes(litLens, kNumLitLen);
-    EnsureTwoCodes(distLens, kNumDist);
-    int nLit = kNumLitLen, nDist = kNumDist;
-    while (litLens[nLit - 1] == 0) --nLit;
-    while (distLens[nDist - 1] == 0) --nDist;
-
-    // The lengths of both alphabets are run-length coded as one sequence.
-    uint8_t allLens[kNumLitLen + kNumDist];
-    std::copy(litLens, litLens + nLit, allLens);
-    std::copy(distLens, distLens + nDist, allLens + nLit);
-    CodeLenRun runs[kNumLitLen + kNumDist];
-    const int nRuns = RunLengthCode(allLens, nLit + nDist, runs);
-    uint32_t clCounts[kNumCodeLen] = {};
-    for (int i = 0; i < nRuns; ++i) ++clCounts[runs[i].symbol];
-    uint8_t clLens[kNumCodeLen];
-    LimitedLengths(clCounts, kNumCodeLen, kMaxCodeLenBits, clLens);
-    EnsureTwoCodes(clLens, kNumCodeLen);
-    int nCodeLen = kNumCodeLen;
-    while (nCodeLen > 4 && clLens[kCodeLenOrder[nCodeLen - 1]] == 0) --nCodeLen;
-
-    // Sizes in bits of the three choices.
-    uint64_t extraBits = 0, dynamicBits = 3 + 5 + 5 + 4 + 3 * static_cast<uint64_t>(nCodeLen);
-    uint64_t fixedBits = 3;
-    for (int s = 0; s < kNumLitLen; ++s) {
-        dynamicBits += uint64_t{litCounts[s]} * litLens[s];
-        fixedBits += uint64_t{litCounts[s]} * Fixed().litLens[s];
-        if (s > kEndOfBlock) extraBits += uint64_t{litCounts[s]} * kLengthExtra[s - kEndOfBlock - 1];
-    }
-    for (int s = 0; s < kNumDist; ++s) {
-        dynamicBits += uint64_t{distCounts[s]} * distLens[s];
-        fixedBits += uint64_t{distCounts[s]} * 5;
-        extraBits += uint64_t{distCounts[s]} * kDistExtra[s];
-    }
-    for (int s = 0; s < kNumCodeLen; ++s) {
-        dynamicBits += uint64_t{clCounts[s]} * (clLens[s] + kCodeLenExtraBits[s]);
-    }
-    dynamicBits += extraBits;
-    fixedBits += extraBits;
+    const uint64_t dynamicBits = dynamic.bitLen + CodedBits(litCounts, distCounts, litCodes, distCodes);
+    const uint64_t fixedBits = 3 + CodedBits(litCounts, distCounts, Fixed().lit, Fixed().dist);
     const size_t rawBytes = subStart_ - blockStart_;
     const uint64_t storedBlocks = std::max<uint64_t>(1, (rawBytes + kMaxStored - 1) / kMaxStored);
     const uint64_t storedBits = storedBlocks * (3 + 7 + 32) + 8 * uint64_t{rawBytes};
 
     if (storedBits < std::min(dynamicBits, fixedBits)) {
-        const uint8_t* raw = window_.get() + blockStart_;
-        for (uint64_t b = 0; b < storedBlocks; ++b) {
-            const uint32_t n = static_cast<uint32_t>(std::min<size_t>(kMaxStored, rawBytes - b * kMaxStored));
-            PutBits(last && b + 1 == storedBlocks ? 1 : 0, 3);
-            AlignToByte();
-            const uint8_t header[4] = {static_cast<uint8_t>(n), static_cast<uint8_t>(n >> 8),
-                                       static_cast<uint8_t>(~n), static_cast<uint8_t>(~n >> 8)};
-            out_.Append(header);
-            out_.Append({raw + b * kMaxStored, n});
-        }
+        StoredBlocks(window_.get() + blockStart_, rawBytes, last);
     } else {
-        HuffCodeEntry litCodes[kNumLitLen], distCodes[kNumDist];
         const bool fixed = fixedBits <= dynamicBits;
-        if (fixed) {
-            std::copy(std::begin(Fixed().lit), std::end(Fixed().lit), litCodes);
-            std::copy(std::begin(Fixed().dist), std::end(Fixed().dist), distCodes);
-            PutBits(last ? 1 : 0, 1);
-            PutBits(1, 2);
-        } else {
-            CanonicalCodes(litLens, kNumLitLen, litCodes);
-            CanonicalCodes(distLens, kNumDist, distCodes);
-            HuffCodeEntry clCodes[kNumCodeLen];
-            CanonicalCodes(clLens, kNumCodeLen, clCodes);
-            PutBits(last ? 1 : 0, 1);
-            PutBits(2, 2);
-            PutBits(static_cast<uint32_t>(nLit - 257), 5);
-            PutBits(static_cast<uint32_t>(nDist - 1), 5);
-            PutBits(static_cast<uint32_t>(nCodeLen - 4), 4);
-            for (int i = 0; i < nCodeLen; ++i) PutBits(clLens[kCodeLenOrder[i]], 3);
-            for (int i = 0; i < nRuns; ++i) {
-                const HuffCodeEntry& c = clCodes[runs[i].symbol];
-                PutBits(c.code, c.len);
-                PutBits(runs[i].extra, kCodeLenExtraBits[runs[i].symbol]);
-            }
-        }
-        // The body goes straight from the pending bits through the library's coder.
-        while (bitCount_ >= 8) {
-            const uint8_t byte = static_cast<uint8_t>(bits_);
-            out_.Append({&byte, 1});
-            bits_ >>= 8;
-            bitCount_ -= 8;
-        }
-        uint16_t pending = static_cast<uint16_t>(bits_);
-        uint32_t pendingCount = bitCount_;
+        const HuffCodeEntry* lc = fixed ? Fixed().lit : litCodes;
+        const HuffCodeEntry* dc = fixed ? Fixed().dist : distCodes;
+        Header(fixed ? Fixed().header : dynamic, last, {});
         out_.Reserve(6 * static_cast<size_t>(entries_) + 8);
         uint32_t index = static_cast<uint32_t>(out_.Size());
-        Check(zyrsDeflateHuff_8u(lit_.data(), dist_.data(), static_cast<uint32_t>(entries_), &pending,
-                                 &pendingCount, litCodes, distCodes, out_.Data(), &index),
+        Check(zyrsDeflateHuff_8u(lit_.data(), dist_.data(), static_cast<uint32_t>(entries_), &pending_, &pendingBits_,
+                                 lc, dc, out_.Data(), &index),
               "zyrsDeflateHuff_8u");
         out_.Commit(index);
-        bits_ = pending;
-        bitCount_ = pendingCount;
-        PutBits(litCodes[kEndOfBlock].code, litCodes[kEndOfBlock].len);
+        PutBits(lc[kEndOfBlock].code, lc[kEndOfBlock].len);
     }
     blockLit_.fill(0);
     blockDist_.fill(0);
     blockSums_[0] = blockSums_[1] = {};
     entries_ = 0;
     blockStart_ = subStart_;
+}
+
+// The single-pass level: each block of input gets codes for every symbol from a sample at
+// its start (or the fixed code where that is estimated shorter) and is coded in one call;
+// a block that does not shrink goes out stored instead.
+void DeflateWriter::FastestBlock(size_t size, bool last) {
+    const uint8_t* src = window_.get() + next_;
+    uint32_t lit[kNumLitLen] = {}, dist[kNumDist] = {};
+    if (size > 0) {
+        Check(zyrsDeflateLZ77FastestGetStat_8u(src, static_cast<int32_t>(std::min<size_t>(size, kFastestSample)),
+                                               scratch_.data(), kFastestHash, lit, dist),
+              "zyrsDeflateLZ77FastestGetStat_8u");
+    }
+    HuffCodeEntry litCodes[kNumLitLen], distCodes[kNumDist];
+    Check(zyrsDeflateLZ77FastestGenHuffTable_8u(lit, dist, DeflateCodesAll, litCodes, distCodes),
+          "zyrsDeflateLZ77FastestGenHuffTable_8u");
+    DeflateBlockHeader dynamic;
+    Check(zyrsDeflateLZ77FastestPrecompHeader_8u(DeflateBlockDynamic, litCodes, distCodes, &dynamic),
+          "zyrsDeflateLZ77FastestPrecompHeader_8u");
+    const bool fixed = 3 + CodedBits(lit, dist, Fixed().lit, Fixed().dist) <
+                       dynamic.bitLen + CodedBits(lit, dist, litCodes, distCodes);
+    const size_t mark = out_.Size();
+    const uint16_t markPending = pending_;
+    const uint32_t markBits = pendingBits_;
+    Header(fixed ? Fixed().header : dynamic, last, {});
+
+    // 15 bits at most per byte of input, and the 16 bytes of room a token asks for.
+    out_.Reserve(2 * size + 64);
+    uint32_t index = static_cast<uint32_t>(out_.Size());
+    const uint8_t* p = src;
+    int32_t len = static_cast<int32_t>(size);
+    Check(zyrsDeflateLZ77Fastest_8u(&p, &len, &srcIdx_, p, kWindow, head_.data(), kFastestHash,
+                                    fixed ? Fixed().lit : litCodes, fixed ? Fixed().dist : distCodes, &pending_,
+                                    &pendingBits_, out_.Data(), index + static_cast<uint32_t>(2 * size + 64), &index,
+                                    last ? FastestFlushFinish : FastestFlushEndBlock),
+          "zyrsDeflateLZ77Fastest_8u");
+    out_.Commit(index);
+    const size_t storedSize = size + 5 * ((size + kMaxStored - 1) / kMaxStored);
+    if (out_.Size() - mark > storedSize + 1) {
+        out_.Commit(mark);
+        pending_ = markPending;
+        pendingBits_ = markBits;
+        StoredBlocks(src, size, last);
+    }
+    next_ += size;
 }
 
 // ---- gzip ----------------------------------------------------------------------------------

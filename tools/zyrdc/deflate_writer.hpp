@@ -1,6 +1,7 @@
 // deflate_writer.hpp - a complete Deflate (RFC 1951) and gzip (RFC 1952) writer built on the
-// library's LZ77 matcher and Huffman coder. Self-contained on the public header, so that tests
-// and benchmarks can compile it next to the library's objects.
+// library's matchers, code and header builders and coders; it decides only where blocks end
+// and which type each gets. Self-contained on the public header, so that tests and benchmarks
+// can compile it next to the library's objects.
 #pragma once
 
 #include <array>
@@ -14,7 +15,7 @@
 
 namespace zyrdc::tool {
 
-inline constexpr uint32_t kDeflateLevels = 30;      // the library's levels 0..29
+inline constexpr uint32_t kDeflateLevels = 30;      // 1: the single-pass mode; others the matcher's levels
 inline constexpr uint32_t kDefaultDeflateLevel = 6;
 
 // Output bytes that grow without being cleared first (the Huffman coder needs room for its
@@ -52,16 +53,14 @@ public:
     void Finish();
     ByteBuffer& Output() { return out_; }
 
-    // Code lengths of at most maxBits for the given symbol counts: an optimal length-limited
-    // prefix code (package-merge). Symbols of count 0 get length 0; a single used symbol gets
-    // length 1. Exposed for tests.
-    static void LimitedLengths(const uint32_t* counts, int n, int maxBits, uint8_t* lens);
-
 private:
     void Match(bool flushAll);
     void CloseSubBlock();
     void EndBlock(bool last);
     void MakeRoom();
+    void FastestBlock(size_t size, bool last);
+    void Header(const DeflateBlockHeader& h, bool last, std::span<const uint8_t> stored);
+    void StoredBlocks(const uint8_t* raw, size_t size, bool last);
     void PutBits(uint32_t value, uint32_t n);
     void AlignToByte();
 
@@ -74,6 +73,7 @@ private:
     size_t subStart_ = 0;           // first byte of the open sub-block
     int32_t srcIdx_ = 0;            // the matcher's position index of window_[next_]
     std::vector<int32_t> head_, prev_;
+    std::vector<int32_t> scratch_;  // the sample's head table (single-pass level)
     // The block so far: entries [0, entries_) with their counts; the open sub-block follows
     // with subEntries_ entries, counted by the matcher into subLit_ / subDist_.
     std::vector<uint8_t> lit_;
@@ -84,8 +84,8 @@ private:
     EntropySums blockSums_[2];      // literal/length and distance sums of the block so far
     std::array<HuffCodeEntry, 286> subLit_{};
     std::array<HuffCodeEntry, 30> subDist_{};
-    uint64_t bits_ = 0;             // bits not yet in out_, first to send in bit 0
-    uint32_t bitCount_ = 0;
+    uint16_t pending_ = 0;          // bits not yet in out_, first to send in bit 0
+    uint32_t pendingBits_ = 0;      // 0..7 between blocks
     ByteBuffer out_;
 };
 

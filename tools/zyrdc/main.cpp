@@ -108,13 +108,21 @@ constexpr Command kCommands[] = {
      "'zfp -h' reads them and 'zyrdc zfp -d' reads what 'zfp -h' writes for 3-D floats in\n"
      "the rate, precision and accuracy modes.\n",
      RunZfp},
-    {"gzip", "[-l LEVEL] [-f] IN OUT",
-     "compress a file to gzip format with the library's Deflate primitives",
-     "  -l, --level LEVEL  matcher level 0..29 (default 6): the last digit sets the\n"
-     "                     effort (0 fastest, 9 most), the tens pick a variant\n"
+    {"gzip", "[-1..-9 | -l LEVEL] [-f] IN OUT | -c IN\n"
+             "       zyrdc gzip -d [-f] IN OUT | -d -c IN | -t IN",
+     "compress to or decompress from gzip format with the library's Deflate primitives",
+     "  -1 .. -9           compression level: -1 the single-pass mode, the others the\n"
+     "                     matcher's levels (default 6)\n"
+     "  -l, --level LEVEL  level 0..29: the last digit sets the matcher's effort (0\n"
+     "                     fastest, 9 most), the tens pick a variant; 1 is single-pass\n"
+     "  -d, --decompress   decompress every member, checking CRC-32 and size\n"
+     "  -t, --test         decompress and check without writing anything\n"
+     "  -c, --stdout       write to standard output (no OUT operand)\n"
+     "  -k, --keep         keep IN (it is never removed)\n"
      "  -f, --force        overwrite OUT if it exists\n"
      "IN may be '-' for standard input and OUT '-' for standard output. The output is\n"
-     "written to a temporary file next to OUT and renamed when complete.\n",
+     "written to a temporary file next to OUT and renamed when complete; a damaged input\n"
+     "leaves no output file.\n",
      RunGzip},
     {"version", "", "print the library name, version and build date (also --version)", "",
      RunVersion},
