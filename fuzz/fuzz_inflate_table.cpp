@@ -21,22 +21,6 @@
 
 namespace {
 
-// Canonical codes of a set of lengths, each stored bit-reversed as a Deflate stream sends it.
-std::vector<HuffCodeEntry> CanonicalCodes(const std::vector<uint8_t>& lens) {
-    uint32_t count[16] = {}, next[16] = {};
-    for (uint8_t l : lens) ++count[l];
-    count[0] = 0;
-    for (int b = 1, code = 0; b < 16; ++b)
-        next[b] = static_cast<uint32_t>(code = (code + static_cast<int>(count[b - 1])) << 1);
-    std::vector<HuffCodeEntry> codes(lens.size());
-    for (size_t s = 0; s < lens.size(); ++s) {
-        uint32_t c = lens[s] ? next[lens[s]]++ : 0, r = 0;
-        for (int i = 0; i < lens[s]; ++i, c >>= 1) r = (r << 1) | (c & 1);
-        codes[s] = {static_cast<uint16_t>(r), lens[s]};
-    }
-    return codes;
-}
-
 void Check(bool ok) {
     if (!ok) __builtin_trap();
 }
@@ -118,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (const bool distance : {false, true}) {
         const std::vector<uint8_t> part(lens.begin() + (distance ? nLit : 0),
                                         lens.begin() + (distance ? nLit + nDist : nLit));
-        const auto codes = CanonicalCodes(part);
+        const auto codes = zyrdc::test::CanonicalCodes(part);
         for (size_t s = 0; s < part.size(); ++s) {
             if (part[s] == 0) continue;
             const auto [symbol, bits] =

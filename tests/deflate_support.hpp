@@ -82,6 +82,32 @@ inline bool Expand(const uint8_t* lit, const uint16_t* dist, size_t n, std::vect
     return true;
 }
 
+// Canonical codes in transmission order (bit-reversed), computed here bit by bit.
+inline std::vector<HuffCodeEntry> CanonicalCodes(const std::vector<uint8_t>& lens) {
+    uint32_t count[16] = {}, next[16] = {};
+    for (uint8_t l : lens) ++count[l];
+    count[0] = 0;
+    for (int b = 1, code = 0; b < 16; ++b)
+        next[b] = static_cast<uint32_t>(code = (code + static_cast<int>(count[b - 1])) << 1);
+    std::vector<HuffCodeEntry> codes(lens.size());
+    for (size_t s = 0; s < lens.size(); ++s) {
+        uint32_t c = lens[s] ? next[lens[s]]++ : 0, r = 0;
+        for (int i = 0; i < lens[s]; ++i, c >>= 1) r = (r << 1) | (c & 1);
+        codes[s] = {static_cast<uint16_t>(r), lens[s]};
+    }
+    return codes;
+}
+
+// The fixed literal/length code (its first 286 symbols) and the fixed distance code.
+inline std::vector<HuffCodeEntry> FixedLitCodes() {
+    std::vector<uint8_t> lens(288);
+    for (int s = 0; s < 288; ++s) lens[s] = static_cast<uint8_t>(s < 144 ? 8 : s < 256 ? 9 : s < 280 ? 7 : 8);
+    auto codes = CanonicalCodes(lens);
+    codes.resize(286);
+    return codes;
+}
+inline std::vector<HuffCodeEntry> FixedDistCodes() { return CanonicalCodes(std::vector<uint8_t>(30, 5)); }
+
 inline uint16_t U16(const InflateHuffTable& t, size_t byteOffset) {
     uint16_t v;
     std::memcpy(&v, reinterpret_cast<const uint8_t*>(&t) + byteOffset, 2);
