@@ -485,7 +485,7 @@ TEST(ZfpRoundTrip, StridedLayouts) {
 TEST(ZfpTwins, VectorMatchesScalar) {
     std::mt19937 rng(17), crng(31);  // kernels, coders
     constexpr int32_t M = (1 << 30) - 1;
-    const float specials[] = {0.0f, -0.0f, 1.0f, 0x1p-140f, 0x1p-100f, 3e38f, INFINITY, NAN};
+    const float oddValues[] = {0.0f, -0.0f, 1.0f, 0x1p-140f, 0x1p-100f, 3e38f, INFINITY, NAN};
     for (int round = 0; round < 600; ++round) {
         SCOPED_TRACE(round);
         alignas(16) int32_t v[64], s[64], in[64];
@@ -520,7 +520,7 @@ TEST(ZfpTwins, VectorMatchesScalar) {
         const ZfpParams p{static_cast<int32_t>(crng() % 4300), static_cast<int32_t>(crng() % 4300),
                           static_cast<int32_t>(crng() % 70), static_cast<int32_t>(crng() % 250) - 200};
         Field f = MakeField(kKinds[round % 5], 8, 4, 4, static_cast<uint32_t>(round));
-        if (round % 7 == 0) f.v[crng() % f.v.size()] = specials[crng() % 8];
+        if (round % 7 == 0) f.v[crng() % f.v.size()] = oddValues[crng() % 8];
         const auto room = static_cast<int32_t>(round % 3 == 0 ? 1 + crng() % 600 : 4000);
         Bytes out1(static_cast<size_t>(room)), out2(out1);
         ZfpState s1 = Started(out1.data(), room, p), s2 = Started(out2.data(), room, p);
