@@ -1,30 +1,19 @@
-// LZ4 blocks: the decoders' end rules per core on annotated blocks, the check orders (the
-// encoders clear their table first), round trips with liblz4 in both directions at exact
-// buffer sizes against guard pages on the fast and careful decoding paths with encoder output
-// pinned for both builds, and the bounded encoder at every capacity. The fuzz harnesses hold
-// the two decoding paths against each other on damaged blocks.
+// LZ4 blocks: the decoders' end rules per core on annotated blocks, and the check orders of
+// every entry point (the greedy encoders clear their table first). The encoders and the
+// round trips with liblz4 are in test_lz4_hc.cpp; the fuzz harnesses hold the two decoding
+// paths against each other on damaged blocks.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 #include <string>
 #include <vector>
 
-#include "data.hpp"
 #include "lz4/lz4.hpp"
-#include "support.hpp"
 #include "zyrdc.h"
-
-#if defined(ZYRDC_HAVE_LIBLZ4)
-#include <lz4.h>
-#include <lz4hc.h>
-#endif
 
 namespace {
 
 using zyrdc::lz4::Core;
-using zyrdc::test::DataKind;
-using zyrdc::test::GuardedBuffer;
-using zyrdc::test::MakeData;
 using Bytes = std::vector<uint8_t>;
 
 Bytes B(std::initializer_list<int> v) { return Bytes(v.begin(), v.end()); }
@@ -130,9 +119,16 @@ TEST(Lz4Decode, EndRulesOfEachCore) {
 // filled with 0xAA, so that the row can count the table bytes the call cleared.
 struct Args {
     uint8_t src[32] = {0x30, 'a', 'b', 'c'}, dst[64] = {}, dict[4] = {};
-    int32_t len = 4, cap = 64, zero = 0, big = 65536, size = 0;
-    Bytes table = Bytes(16384, 0xAA);
-    uint8_t* t = table.data();
+    int32_t len = 4, cap = 64, zero = 0, big = 65536, huge = 0x7E000001, n16 = 16, size = 0;
+    Bytes table = Bytes(16384, 0xAA), rec = Bytes(328512), bad;
+    uint8_t *t = table.data(), *r = nullptr, *b = nullptr;  // the record, and one with a wrong magic word
+    Args() {
+        zyrsEncodeLZ4HCHashTableInit_8u(rec.data());
+        bad = rec;
+        bad[0] ^= 1;
+        r = rec.data();
+        b = bad.data();
+    }
 };
 #define CALL(...) []([[maybe_unused]] Args& a) -> ZyrStatus { return __VA_ARGS__; }
 
@@ -142,6 +138,9 @@ auto* const Init = zyrsEncodeLZ4HashTableInit_8u;
 auto* const Enc = zyrsEncodeLZ4_8u;
 auto* const Safe = zyrsEncodeLZ4Safe_8u;
 auto* const Fast = zyrsEncodeLZ4Fast_8u;
+auto* const Hc = zyrsEncodeLZ4HC_8u;
+auto* const Lim = zyrsEncodeLZ4HCDictLimit_8u;
+auto* const DictEnc = zyrsEncodeLZ4Dict_8u;
 
 // A refused call leaves the counts and the destination as they were.
 const struct CheckRow {
@@ -177,6 +176,36 @@ const struct CheckRow {
     {"fast: acceleration, no clear", StatusBadAcceleration, 0, CALL(Fast(a.src, 32, a.dst, &a.cap, a.t, 0))},
     {"fast: size before acceleration", StatusBadSize, 0, CALL(Fast(a.src, 0, a.dst, &a.cap, a.t, -3))},
     {"fast: 13-bit table", StatusOk, 16384, CALL(Fast(a.src, 32, a.dst, &a.cap, a.t, 2))},
+    {"hc size: null", StatusNullPointer, 0, CALL(zyrsEncodeLZ4HCHashTableGetSize_8u(nullptr))},
+    {"hc size", StatusOk, 0, CALL(zyrsEncodeLZ4HCHashTableGetSize_8u(&a.size))},
+    {"hc init: null", StatusNullPointer, 0, CALL(zyrsEncodeLZ4HCHashTableInit_8u(nullptr))},
+    {"hc: null source before sizes", StatusNullPointer, 0, CALL(Hc(nullptr, &a.zero, a.dst, &a.cap, a.t, 0))},
+    {"hc: null record", StatusNullPointer, 0, CALL(Hc(a.src, &a.len, a.dst, &a.cap, nullptr, 1))},
+    {"hc: empty source before magic", StatusBadSize, 0, CALL(Hc(a.src, &a.zero, a.dst, &a.cap, a.b, 1))},
+    {"hc: source too long", StatusBadSize, 0, CALL(Hc(a.src, &a.huge, a.dst, &a.cap, a.r, 1))},
+    {"hc: no capacity", StatusBadSize, 0, CALL(Hc(a.src, &a.len, a.dst, &a.zero, a.r, 1))},
+    {"hc: magic before level", StatusBadContext, 0, CALL(Hc(a.src, &a.len, a.dst, &a.cap, a.b, 0))},
+    {"hc: level 0", StatusBadArgument, 0, CALL(Hc(a.src, &a.len, a.dst, &a.cap, a.r, 0))},
+    {"hc: level 13", StatusBadArgument, 0, CALL(Hc(a.src, &a.len, a.dst, &a.cap, a.r, 13))},
+    {"hc: level 12", StatusOk, 0, CALL(Hc(a.src, &a.len, a.dst, &a.cap, a.r, 12))},
+    {"linked: negative index", StatusBadSize, 0, CALL(Lim(a.src, -1, &a.len, a.dst, &a.cap, a.r, 1, 0))},
+    {"linked: limit above index", StatusBadSize, 0, CALL(Lim(a.src, 4, &a.len, a.dst, &a.cap, a.r, 1, 5))},
+    {"linked: negative limit", StatusBadSize, 0, CALL(Lim(a.src, 4, &a.len, a.dst, &a.cap, a.r, 1, -1))},
+    {"linked: end past 2^31-1", StatusBadSize, 0,
+     CALL(Lim(a.src, 0x7FFFFFF0, &a.n16, a.dst, &a.cap, a.b, 1, 0))},
+    {"linked: magic", StatusBadContext, 0, CALL(Lim(a.src, 4, &a.len, a.dst, &a.cap, a.b, 1, 0))},
+    {"linked: level", StatusBadArgument, 0, CALL(Lim(a.src, 4, &a.len, a.dst, &a.cap, a.r, 13, 0))},
+    {"dict init: null", StatusNullPointer, 0, CALL(zyrsEncodeLZ4DictHashTableInit_8u(nullptr))},
+    {"load: null", StatusNullPointer, 0, CALL(zyrsEncodeLZ4LoadDict_8u(nullptr, 0, a.t))},
+    {"load: empty", StatusBadSize, 0, CALL(zyrsEncodeLZ4LoadDict_8u(a.src, 0, a.t))},
+    {"dict: null table", StatusNullPointer, 0, CALL(DictEnc(a.src, 0, a.dst, &a.cap, nullptr, a.src, 4))},
+    {"dict: empty source", StatusBadSize, 0, CALL(DictEnc(a.src, 0, a.dst, &a.cap, a.t, a.src, 4))},
+    {"dict: negative dictionary", StatusBadSize, 0, CALL(DictEnc(a.src, 4, a.dst, &a.cap, a.t, a.src, -1))},
+    {"dict: null dictionary is none", StatusOk, 0, CALL(DictEnc(a.src, 4, a.dst, &a.cap, a.t, nullptr, 9))},
+    {"dict bounded: null count", StatusNullPointer, 0,
+     CALL(zyrsEncodeLZ4DictSafe_8u(a.src, nullptr, a.dst, &a.cap, a.t, a.src, 4))},
+    {"dict bounded: no capacity", StatusBadSize, 0,
+     CALL(zyrsEncodeLZ4DictSafe_8u(a.src, &a.len, a.dst, &a.zero, a.t, nullptr, 0))},
 };
 #undef CALL
 
@@ -184,182 +213,10 @@ TEST(Lz4, CheckOrders) {
     for (const CheckRow& row : kCheckRows) {
         Args a;
         EXPECT_EQ(row.call(a), row.status) << row.what;
-        EXPECT_TRUE(a.size == 0 || a.size == 16384);
+        EXPECT_TRUE(a.size == 0 || a.size == 16384 || a.size == 328512);
         EXPECT_EQ(16384 - std::count(a.table.begin(), a.table.end(), 0xAA), row.cleared) << row.what;
         if (row.status < 0) {
             EXPECT_TRUE(a.len == 4 && a.cap == 64 && std::count(a.dst, a.dst + 64, 0) == 64) << row.what;
-        }
-    }
-}
-
-// ---- round trips -----------------------------------------------------------------------------
-
-// Encodes with each of our encoders into a destination of exactly the worst-case size that
-// ends at a guard page, from a source that ends at one.
-std::vector<std::pair<std::string, Bytes>> OurBlocks(const Bytes& in) {
-    std::vector<std::pair<std::string, Bytes>> blocks;
-    if (in.empty()) return blocks;
-    const auto n = static_cast<int32_t>(in.size());
-    const auto worst = static_cast<int32_t>(zyrdc::lz4::WorstCaseBlockSize(n));
-    GuardedBuffer src(in.size());
-    src.fill(in);
-    Bytes table(16384);
-    // -1: zyrsEncodeLZ4_8u; 0: the bounded encoder with room for everything; then
-    // zyrsEncodeLZ4Fast_8u. The first three must agree byte for byte.
-    for (int accel : {-1, 0, 1, 2, 7, 300}) {
-        GuardedBuffer dst(static_cast<size_t>(worst));
-        int32_t len = worst, consumed = n;
-        const ZyrStatus s = accel < 0    ? Enc(src.data(), n, dst.data(), &len, table.data())
-                            : accel == 0 ? Safe(src.data(), &consumed, dst.data(), &len, table.data())
-                                         : Fast(src.data(), n, dst.data(), &len, table.data(), accel);
-        EXPECT_TRUE(s == StatusOk && consumed == n);
-        Bytes block(dst.data(), dst.data() + len);
-        if (accel == 0 || accel == 1) {
-            EXPECT_EQ(block, blocks[0].second) << "acceleration " << accel << " differs from greedy";
-        } else {
-            blocks.emplace_back(accel < 0 ? "greedy" : "fast " + std::to_string(accel), std::move(block));
-        }
-    }
-    return blocks;
-}
-
-// Decodes a plain block from a source and into a destination of exact sizes that end at guard
-// pages, on both paths (the fast one through the exported function).
-void ExpectDecodesTo(const Bytes& block, const Bytes& want, const std::string& what) {
-    GuardedBuffer src(block.size());
-    src.fill(block);
-    const auto len = static_cast<int32_t>(block.size()), cap = static_cast<int32_t>(want.size());
-    for (bool fast : {true, false}) {
-        GuardedBuffer dst(std::max<size_t>(want.size(), 1));
-        const zyrdc::lz4::DecodeArgs args{src.data(), len, dst.data(), std::max(cap, 1), 0, nullptr, 0};
-        zyrdc::lz4::DecodeResult r{StatusOk, len, args.capacity};
-        if (fast) {
-            r.status = Dec(src.data(), len, dst.data(), &r.written);
-        } else {
-            r = zyrdc::lz4::Decode(Core::Plain, args, false);
-        }
-        // The empty block is the lone token, which a one-byte source reports as cut short.
-        ASSERT_EQ(r.status, want.empty() ? StatusSrcExhausted : StatusOk) << what << (fast ? " fast" : "");
-        ASSERT_EQ(r.written, cap) << what;
-        ASSERT_TRUE(std::equal(want.begin(), want.end(), dst.data())) << what;
-    }
-}
-
-// Each of our blocks decodes on both our paths and in liblz4, and liblz4's blocks decode on
-// both our paths. The encoders' output is part of their contract, so both builds must write
-// the same bytes: per encoder, the CRC-32 of all its blocks here, recorded once. (Among them:
-// 21 bytes leave no position to probe and make one literal-only sequence; at 22, position 1
-// is probed.)
-TEST(Lz4, RoundTripsWithLiblz4BothWays) {
-    std::vector<size_t> sizes;
-    for (size_t n = 0; n <= 300; ++n) sizes.push_back(n);
-    for (size_t n : {5301u, 40000u, 65535u, 65536u, 65537u, 70000u, 3u << 20}) sizes.push_back(n);
-    const std::pair<const char*, uint32_t> pinned[] = {
-        {"greedy", 0xd1ec87b2}, {"fast 2", 0xc0897241}, {"fast 7", 0x9c066921}, {"fast 300", 0x654a7b74}};
-    uint32_t crc[4] = {};
-    for (DataKind kind : zyrdc::test::kDataKinds) {
-        for (size_t n : sizes) {
-            if (n > 70000 && kind != DataKind::Mixed) continue;  // one long run is enough
-            const Bytes in = MakeData(kind, n, static_cast<uint32_t>(n * 7) + static_cast<uint32_t>(kind));
-            const std::string what = std::string(DataKindName(kind)) + " n=" + std::to_string(n) + " ";
-            [[maybe_unused]] const int len = static_cast<int>(n);
-            const auto blocks = OurBlocks(in);
-            for (size_t j = 0; j < blocks.size(); ++j) {
-                const auto& [name, block] = blocks[j];
-                ASSERT_EQ(name, pinned[j].first);
-                ASSERT_EQ(zyrsCRC32_8u(block.data(), static_cast<int32_t>(block.size()), &crc[j]), StatusOk);
-                ExpectDecodesTo(block, in, what + name);
-#if defined(ZYRDC_HAVE_LIBLZ4)
-                std::string out(n + 1, '\0');
-                const int got = LZ4_decompress_safe(reinterpret_cast<const char*>(block.data()), out.data(),
-                                                    static_cast<int>(block.size()), len);
-                ASSERT_EQ(got, len) << what << name;
-                ASSERT_EQ(std::memcmp(out.data(), in.data(), n), 0) << what << name;
-#endif
-            }
-#if defined(ZYRDC_HAVE_LIBLZ4)
-            Bytes z(static_cast<size_t>(LZ4_compressBound(len)));
-            const auto* s = reinterpret_cast<const char*>(in.data());
-            auto* d = reinterpret_cast<char*>(z.data());
-            const int cap = static_cast<int>(z.size());
-            for (int which = 0; which < 3; ++which) {
-                const int zl = which == 0   ? LZ4_compress_default(s, d, len, cap)
-                               : which == 1 ? LZ4_compress_fast(s, d, len, cap, 3)
-                                            : LZ4_compress_HC(s, d, len, cap, 9);
-                ASSERT_GT(zl, 0);
-                ExpectDecodesTo(Bytes(z.begin(), z.begin() + zl), in, what + "liblz4");
-            }
-#endif
-        }
-    }
-    for (size_t j = 0; j < 4; ++j) {
-        EXPECT_EQ(crc[j], pinned[j].second) << pinned[j].first << std::hex << " 0x" << crc[j];
-    }
-}
-
-// Blocks that liblz4's streaming encoder wrote against history: the second part of the data
-// coded against the first in place, and against the first part's last 30000 bytes loaded as
-// a dictionary that the decoder gets somewhere else.
-TEST(Lz4, DictionaryBlocksFromLiblz4) {
-#if defined(ZYRDC_HAVE_LIBLZ4)
-    constexpr int kFirst = 40000, kSecond = 50000, kDict = 30000;
-    for (DataKind kind : {DataKind::Text, DataKind::Mixed, DataKind::Periodic}) {
-        const Bytes data = MakeData(kind, kFirst + kSecond, 5);
-        const auto* d = reinterpret_cast<const char*>(data.data());
-        auto compress = [&](LZ4_stream_t* stream, const char* from, int n) {
-            Bytes block(static_cast<size_t>(LZ4_compressBound(n)));
-            block.resize(static_cast<size_t>(LZ4_compress_fast_continue(
-                stream, from, reinterpret_cast<char*>(block.data()), n, static_cast<int>(block.size()), 1)));
-            return block;
-        };
-        LZ4_stream_t* stream = LZ4_createStream();
-        compress(stream, d, kFirst);
-        const Bytes prefixed = compress(stream, d + kFirst, kSecond);
-        LZ4_resetStream_fast(stream);
-        LZ4_loadDict(stream, d + kFirst - kDict, kDict);
-        const Bytes separate = compress(stream, d + kFirst, kSecond);
-        LZ4_freeStream(stream);
-        auto decode = [&](const Bytes& block, uint8_t* dst, int32_t idx, const uint8_t* dict, int32_t size) {
-            const auto len = static_cast<int32_t>(block.size());
-            int32_t consumed = len, written = kSecond;
-            const ZyrStatus s = Dict(block.data(), &consumed, dst, idx, &written, dict, size);
-            return s == StatusOk && (consumed != len || written != kSecond) ? StatusError : s;
-        };
-        Bytes out(data.begin(), data.begin() + kFirst);
-        out.resize(data.size());
-        EXPECT_EQ(decode(prefixed, out.data(), kFirst, out.data(), kFirst), StatusOk);
-        EXPECT_EQ(out, data);
-        const Bytes dict(data.begin() + kFirst - kDict, data.begin() + kFirst);
-        Bytes sep(kDict + kSecond, 0xEE);
-        EXPECT_EQ(decode(separate, sep.data(), kDict, dict.data(), kDict), StatusOk);
-        EXPECT_TRUE(std::equal(sep.begin() + kDict, sep.end(), data.begin() + kFirst));
-        // Without the dictionary the references into it are refused.
-        EXPECT_EQ(decode(separate, sep.data(), kDict, nullptr, kDict), StatusError);
-    }
-#else
-    GTEST_SKIP() << "liblz4 is not installed for this build";
-#endif
-}
-
-// ---- the encoders -----------------------------------------------------------------------------
-
-// Every capacity from 1 to the incompressible size, into a destination that ends at a guard
-// page: DstFull exactly when a prefix was left out, and the block is that prefix.
-TEST(Lz4Encode, BoundedAtEveryCapacity) {
-    const std::pair<DataKind, int32_t> inputs[] = {{DataKind::Text, 700}, {DataKind::Random, 300},
-                                                   {DataKind::Mixed, 1500}, {DataKind::Zeros, 2000},
-                                                   {DataKind::Periodic, 900}};
-    for (const auto& [kind, n] : inputs) {
-        const Bytes in = MakeData(kind, static_cast<size_t>(n), 4);
-        Bytes table(16384);
-        for (int32_t cap = 1; cap <= zyrdc::lz4::WorstCaseBlockSize(n); ++cap) {
-            GuardedBuffer dst(static_cast<size_t>(cap));
-            int32_t consumed = n, len = cap;
-            const ZyrStatus s = Safe(in.data(), &consumed, dst.data(), &len, table.data());
-            ASSERT_EQ(s, consumed < n ? StatusDstFull : StatusOk) << cap;
-            ASSERT_LE(len, cap);
-            ExpectDecodesTo(Bytes(dst.data(), dst.data() + len), Bytes(in.begin(), in.begin() + consumed),
-                            "capacity " + std::to_string(cap));
         }
     }
 }

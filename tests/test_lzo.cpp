@@ -62,14 +62,25 @@ Bytes Container(const std::vector<Bytes>& segments, uint32_t total) {
 const Bytes kEnd = {0x11, 0x00, 0x00};
 const Bytes kAbc = Cat({{20}, Str("abc"), kEnd});  // a 3-literal start, then the end marker
 const Bytes kRun2100 = Cat({{0, 0, 0, 0, 0, 0, 0, 0, 0, 42}, RandomBytes(2100, 5)});  // 18 + 8 x 255 + 42
+const Bytes kTail60 = RandomBytes(60, 3), kTail = Cat({{0, 42}, kTail60, kEnd});  // 18 + 42 literals
 // A one-segment container is recognised only when the segment's first four bytes, read as
 // a size, point at its end marker: a first run of 40 literals starting with three zeros,
 // five 2-byte and one 3-byte match, the end marker: 57 bytes, first byte 17 + 40 = 57.
 const Bytes kSegment57 =
     Cat({{57, 0, 0, 0}, RandomBytes(37, 9), {64, 0, 64, 0, 64, 0, 64, 0, 64, 0}, {33, 0, 0}, kEnd});
 
+// The bytewise twin of the checked decoder, into `cap` bytes.
+ZyrStatus Twin(const Bytes& z, size_t cap, Bytes* out) {
+    out->assign(cap, 0);
+    size_t got = 0;
+    const ZyrStatus s = zyrdc::lzo::DecodePlainChecked<zyrdc::lzo::Copies::Bytewise>(z.data(), z.size(),
+                                                                                      out->data(), cap, &got);
+    out->resize(got);
+    return s;
+}
+
 // Byte-level stream and container rules, run through both decoders (the trusted one only
-// where the stream is valid: it has no error return on a plain stream).
+// where the stream is valid: it has no error return on a plain stream.
 TEST(Lzo, StreamRulesOnHandBuiltStreams) {
     Bytes afterRun(kRun2100.begin() + 10, kRun2100.end());
     afterRun.insert(afterRun.end(), 3, afterRun.back());  // match of 3 at distance 1
@@ -98,6 +109,12 @@ TEST(Lzo, StreamRulesOnHandBuiltStreams) {
         {"match of 3 at 4, 2 trailing literals, 2-byte match at 2",
          Cat({{21}, Str("abcd"), {76 | 2, 0}, Str("xy"), {4, 0}, kEnd}), 64, StatusOk, Str("abcdabcxyxy")},
         {"match before the output", Cat({{18}, Str("a"), {76, 0}, kEnd}), 64, StatusCorruptStream, {}},
+        // The same instructions far enough from both ends for the fast loops: then a 60-byte run.
+        {"end marker, then a second stream", Cat({kAbc, kTail}), 256, StatusOk, Cat({Str("abc"), kTail60})},
+        {"3 bytes 2050 back after a later run",
+         Cat({{21}, Str("abcd"), {76, 0}, {1}, Str("wxyz"), {4, 0}, kTail}), 256, StatusCorruptStream, {}},
+        {"run, match, run, 3 bytes 2050 back, run",
+         Cat({kRun2100, {64, 0}, {1}, Str("wxyz"), {4, 0}, kTail}), 4096, StatusOk, Cat({afterRun, kTail60})},
         {"run, match, run, then 3 bytes 2050 back",
          Cat({kRun2100, {64, 0}, {1}, Str("wxyz"), {0x04, 0x00}, kEnd}), 4096, StatusOk, afterRun},
         {"zero run past the end", {0, 0, 0}, 64, StatusCorruptStream, {}},
@@ -165,23 +182,11 @@ bool OpensWithShortMatch(const Bytes& z) {
     return z.size() > 3 && ip + run < z.size() && z[ip + run] < 16;  // not the lone end marker
 }
 
-// The bytewise twin of the checked decoder, into `cap` bytes.
-ZyrStatus Twin(const Bytes& z, size_t cap, Bytes* out) {
-    out->assign(cap, 0);
-    size_t got = 0;
-    const ZyrStatus s = zyrdc::lzo::DecodePlainChecked<zyrdc::lzo::Copies::Bytewise>(z.data(), z.size(),
-                                                                                      out->data(), cap, &got);
-    out->resize(got);
-    return s;
-}
-
-// Every decoder, into a destination of exactly the decoded size against a guard page. Then
-// every truncation of the middle-sized streams, and random byte changes: the safe decoder
-// fails cleanly or decodes, and agrees with the bytewise twin (the fuzz harness runs the same
-// comparison on many more streams).
+// Every decoder, into a destination of exactly the decoded size against a guard page, and
+// every truncation of the middle-sized streams fails cleanly (the fuzz harness holds the safe
+// decoder against the bytewise twin on damaged streams).
 TEST(Lzo, DecodesLiblzo2StreamsExactly) {
     const size_t sizes[] = {0, 1, 2, 3, 5, 16, 100, 1000, 4097, 65543, 300001};
-    std::mt19937 rng(2024);
     uint32_t seed = 1;
     int refused = 0;
     for (DataKind kind : {DataKind::Random, DataKind::Text, DataKind::Runs, DataKind::Periodic,
@@ -191,7 +196,7 @@ TEST(Lzo, DecodesLiblzo2StreamsExactly) {
             for (bool best : {false, true}) {
                 const Bytes z = Compress(data, best);
                 SCOPED_TRACE(testing::Message() << DataKindName(kind) << " n " << n << " best " << best);
-                Bytes out, twin;
+                Bytes out;
                 ASSERT_EQ(Guarded(zyrsDecodeLZO_8u, z, n, &out), StatusOk);
                 ASSERT_EQ(out, data);
                 if (OpensWithShortMatch(z)) {  // liblzo2 accepts this opening, the checked decoder does not
@@ -208,15 +213,6 @@ TEST(Lzo, DecodesLiblzo2StreamsExactly) {
                 for (size_t cut = 1; cut < z.size() && n >= 100 && n <= 4097; ++cut) {
                     const Bytes part(z.begin(), z.begin() + ptrdiff_t(cut));
                     ASSERT_EQ(Guarded(zyrsDecodeLZOSafe_8u, part, n, &out), StatusCorruptStream) << cut;
-                }
-                for (int trial = 0; trial < 300 && n >= 100 && n <= 4097; ++trial) {
-                    Bytes bad = z;
-                    for (int k = 1 + trial % 4; k > 0; --k) bad[rng() % bad.size()] = uint8_t(rng());
-                    const size_t cap = n + rng() % 64;
-                    const ZyrStatus s = Guarded(zyrsDecodeLZOSafe_8u, bad, cap, &out);
-                    ASSERT_TRUE(s == StatusOk || s == StatusCorruptStream) << s;
-                    ASSERT_EQ(Twin(bad, cap, &twin), s);
-                    ASSERT_TRUE(s != StatusOk || out == twin);
                 }
             }
         }
