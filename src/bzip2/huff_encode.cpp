@@ -67,19 +67,26 @@ __attribute__((noinline)) void ChooseTables(const uint16_t* src, uint32_t n, uin
 
     for (uint32_t start = 0, g = 0; start < n; start += kGroupSymbols, ++g) {
         const uint32_t end = std::min(start + kGroupSymbols, n);
-        __m128i sum = _mm_setzero_si128();
-        for (uint32_t i = start; i < end; ++i) {
-            sum = _mm_adds_epi16(sum, _mm_load_si128(reinterpret_cast<const __m128i*>(cost[src[i]])));
+        // Two sums, so that the adds do not wait on one another.
+        __m128i sum0 = _mm_setzero_si128(), sum1 = _mm_setzero_si128();
+        uint32_t i = start;
+        for (; i + 2 <= end; i += 2) {
+            sum0 = _mm_adds_epi16(sum0, _mm_load_si128(reinterpret_cast<const __m128i*>(cost[src[i]])));
+            sum1 = _mm_adds_epi16(sum1, _mm_load_si128(reinterpret_cast<const __m128i*>(cost[src[i + 1]])));
         }
-        alignas(16) uint16_t sums[8];
-        _mm_store_si128(reinterpret_cast<__m128i*>(sums), sum);
+        if (i < end) sum0 = _mm_adds_epi16(sum0, _mm_load_si128(reinterpret_cast<const __m128i*>(cost[src[i]])));
+        const __m128i sum = _mm_adds_epi16(sum0, sum1);
+        const uint32_t sums[kMaxTables] = {
+            static_cast<uint32_t>(_mm_extract_epi16(sum, 0)), static_cast<uint32_t>(_mm_extract_epi16(sum, 1)),
+            static_cast<uint32_t>(_mm_extract_epi16(sum, 2)), static_cast<uint32_t>(_mm_extract_epi16(sum, 3)),
+            static_cast<uint32_t>(_mm_extract_epi16(sum, 4)), static_cast<uint32_t>(_mm_extract_epi16(sum, 5))};
         uint32_t best = 0;
         for (uint32_t t = 1; t < groups; ++t) {
             if (sums[t] < sums[best]) best = t;
         }
         selectors[g] = static_cast<uint8_t>(best);
         uint32_t* f = freq[best];
-        for (uint32_t i = start; i < end; ++i) ++f[src[i]];
+        for (uint32_t k = start; k < end; ++k) ++f[src[k]];
     }
 }
 
