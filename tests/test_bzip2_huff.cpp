@@ -1,0 +1,436 @@
+// bzip2 Huffman stage: streams of libbz2 decoded through Unpack/DecodeHuff and the inverse
+// stages, streams of the forward stages and Init/Pack/EncodeHuff decoded by libbz2; the
+// table choice's edge cases; hand-built contexts (long codes, every fault); any split of
+// source and destination against one call; refusals; the same bytes in both builds.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+#include <vector>
+
+#include "bzip2/huff.hpp"
+#include "data.hpp"
+#include "zyrdc.h"
+#if defined(ZYRDC_HAVE_BZIP2)
+#include <bzlib.h>
+#endif
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using Symbols = std::vector<uint16_t>;
+using zyrdc::test::DataKind;
+using zyrdc::test::MakeData;
+namespace bz = zyrdc::bzip2;
+
+constexpr uint64_t kBlockMagic = 0x314159265359, kEndMagic = 0x177245385090;
+
+// The caller's side of the shared accumulator: whole bytes out, 0..7 bits held.
+struct BitSink {
+    Bytes out;
+    uint32_t code = 0, bits = 0;
+    void Put(uint64_t v, int n) {
+        while (n-- > 0) {
+            code = code << 1 | (v >> n & 1);
+            if (++bits == 8) out.push_back(static_cast<uint8_t>(code)), code = bits = 0;
+        }
+    }
+    void Append(const uint8_t* p, int32_t n) { out.insert(out.end(), p, p + n); }
+};
+struct BitSource {
+    const uint8_t* p;
+    int32_t left;
+    uint32_t code = 0, bits = 0;
+    uint64_t Get(int n) {
+        uint64_t v = 0;
+        while (n-- > 0) {
+            if (bits == 0) code = *p++, --left, bits = 8;
+            v = v << 1 | (code >> --bits & 1);
+        }
+        code &= (1u << bits) - 1;
+        return v;
+    }
+};
+
+struct Block {
+    Bytes in_use = Bytes(256);
+    Symbols symbols;  // EOB last
+    int32_t orig_ptr = 0, n = 0, dict = 0, one = 1;
+    uint32_t crc = 0;
+};
+
+// Run-length stage, dictionary, transform, move-to-front and zero-run coding, then EOB.
+Block Forward(const Bytes& data) {
+    Block b;
+    uint8_t rle[264], mtf[256];
+    Bytes coded(data.size() * 5 / 4 + 8), last(coded.size()), idx(coded.size()), work(18 * coded.size() + 524484);
+    const uint8_t* src = data.data();
+    int32_t left = static_cast<int32_t>(data.size()), count = b.n = static_cast<int32_t>(coded.size());
+    zyrsEncodeRLEInit_BZ2_8u(rle);
+    EXPECT_EQ(zyrsEncodeRLE_BZ2_8u(&src, &left, coded.data(), &b.n, rle), StatusOk);
+    zyrsEncodeRLEFlush_BZ2_8u(coded.data() + b.n, &b.one, rle);
+    b.n += b.one;
+    zyrsRLEGetInUseTable_8u(b.in_use.data(), rle);
+    zyrsReduceDictionary_8u_I(b.in_use.data(), coded.data(), b.n, &b.dict);
+    EXPECT_EQ(zyrsBWTFwd_8u(coded.data(), last.data(), b.n, &b.orig_ptr, work.data()), StatusOk);
+    zyrsMTFInit_8u(mtf);
+    zyrsMTFFwd_8u(last.data(), idx.data(), b.n, mtf);
+    std::vector<uint32_t> freq(258);
+    b.symbols.resize(idx.size());
+    src = idx.data();
+    EXPECT_EQ(zyrsEncodeZ1Z2_BZ2_8u16u(&src, &b.n, b.symbols.data(), &count, freq.data()), StatusOk);
+    b.symbols.resize(static_cast<size_t>(count));
+    b.symbols.push_back(static_cast<uint16_t>(b.dict + 1));
+    zyrsCRC32_BZ2_8u(data.data(), static_cast<int32_t>(data.size()), &b.crc);
+    return b;
+}
+
+// The inverse stages of a block's symbols (EOB not included).
+Bytes Inverse(const Symbols& symbols, const Bytes& in_use, int32_t orig_ptr) {
+    Bytes idx(900000), last(idx.size()), coded(idx.size()), work(4 * idx.size() + 1024), out(900000 * 52);
+    const uint16_t* sp = symbols.data();
+    int32_t left = static_cast<int32_t>(symbols.size()), n = static_cast<int32_t>(idx.size());
+    int32_t dict = static_cast<int32_t>(std::count(in_use.begin(), in_use.end(), 1)), room = static_cast<int32_t>(out.size());
+    EXPECT_EQ(zyrsDecodeZ1Z2_BZ2_16u8u(&sp, &left, idx.data(), &n), StatusOk);
+    uint8_t mtf[256], rle[264], *dp = out.data();
+    zyrsMTFInit_8u(mtf);
+    zyrsMTFInv_8u(idx.data(), last.data(), n, mtf);
+    EXPECT_EQ(zyrsBWTInv_8u(last.data(), coded.data(), n, orig_ptr, work.data()), StatusOk);
+    zyrsExpandDictionary_8u_I(in_use.data(), coded.data(), n, dict);
+    const uint8_t* cp = coded.data();
+    zyrsDecodeRLEStateInit_BZ2_8u(rle);
+    EXPECT_EQ(zyrsDecodeRLEState_BZ2_8u(&cp, &n, &dp, &room, rle), StatusOk);
+    EXPECT_EQ(zyrsDecodeRLEStateFlush_BZ2_8u(rle, &dp, &room), StatusOk);
+    out.resize(out.size() - static_cast<size_t>(room));
+    return out;
+}
+
+// Source pieces and destination room drawn from rng, or everything at once without one.
+int32_t Piece(std::mt19937* rng, int32_t all) { return rng ? std::min<int32_t>(all, (*rng)() % 24) : all; }
+
+// Init, Pack (first with one byte too little room: nothing written) and EncodeHuff of a
+// block after the bits in `sink`; two symbols past EOB stay in the source. The record.
+Bytes EncodeBlock(BitSink& sink, const Bytes& in_use, Symbols s, int32_t max_symbols, std::mt19937* rng) {
+    Bytes dst(20000, 0xAA), rec(static_cast<size_t>(bz::HuffEncoderBytes(max_symbols)));
+    uint8_t* state = rec.data();
+    EXPECT_EQ(zyrsEncodeHuffInit_BZ2_16u8u(max_symbols, in_use.data(), s.data(), static_cast<int32_t>(s.size()), state), StatusOk);
+    const uint32_t held = sink.code;
+    int32_t n = static_cast<int32_t>((sink.bits + bz::HuffContextBits(reinterpret_cast<bz::HuffEncoderRecord*>(state))) / 8) - 1;
+    EXPECT_EQ(zyrsPackHuffContext_BZ2_16u8u(&sink.code, &sink.bits, dst.data(), &n, state), StatusDstFull);
+    EXPECT_TRUE(n == 0 && sink.code == held && dst[0] == 0xAA);
+    n = static_cast<int32_t>(dst.size());
+    EXPECT_EQ(zyrsPackHuffContext_BZ2_16u8u(&sink.code, &sink.bits, dst.data(), &n, state), StatusOk);
+    sink.Append(dst.data(), n);
+    s.insert(s.end(), 2, 0);
+    const uint16_t* src = s.data();
+    int32_t left = static_cast<int32_t>(s.size());
+    for (ZyrStatus st = StatusDstFull; st == StatusDstFull || left > 2;) {
+        int32_t piece = Piece(rng, left), before = piece, room = rng ? 4 + static_cast<int32_t>((*rng)() % 9) : 20000;
+        st = zyrsEncodeHuff_BZ2_16u8u(&src, &piece, &sink.code, &sink.bits, dst.data(), &room, state);
+        if (st != StatusOk && st != StatusDstFull) {
+            ADD_FAILURE() << st;
+            return rec;
+        }
+        sink.Append(dst.data(), room);
+        left -= before - piece;
+    }
+    EXPECT_EQ(state[8], 3);  // block coded
+    int32_t room = 1;  // and nothing more is taken
+    EXPECT_EQ(zyrsEncodeHuff_BZ2_16u8u(&src, &left, &sink.code, &sink.bits, dst.data(), &room, state), StatusOk);
+    EXPECT_TRUE(left == 2 && room == 0);
+    return rec;
+}
+
+// A whole stream of our stages, one block per `block_bytes` of data.
+Bytes Compress(const Bytes& data, int level, size_t block_bytes, std::mt19937* rng = nullptr) {
+    BitSink sink;
+    sink.Put(0x425A68, 24), sink.Put('0' + level, 8);
+    uint32_t combined = 0;
+    for (size_t at = 0; at < data.size(); at += block_bytes) {
+        const Block b = Forward(Bytes(data.begin() + at, data.begin() + std::min(data.size(), at + block_bytes)));
+        sink.Put(kBlockMagic, 48), sink.Put(b.crc, 32), sink.Put(0, 1), sink.Put(b.orig_ptr, 24);
+        EncodeBlock(sink, b.in_use, b.symbols, 100000 * level + 100, rng);
+        combined = (combined << 1 | combined >> 31) ^ b.crc;
+    }
+    sink.Put(kEndMagic, 48), sink.Put(combined, 32), sink.Put(0, 7);
+    return sink.out;
+}
+
+// Unpack and DecodeHuff of one block; the symbols without EOB, or the first failure.
+ZyrStatus DecodeSymbols(BitSource& in, uint8_t* state, Bytes& in_use, Symbols& out, std::mt19937* rng) {
+    out.clear();
+    uint16_t dst[64];
+    // Input arrives in pieces; what a call leaves unconsumed is passed again with the next.
+    for (int32_t arrived = 0, context = 1;;) {
+        arrived = std::min(in.left, arrived + Piece(rng, in.left));
+        const int32_t given = arrived, room = rng ? 1 + static_cast<int32_t>((*rng)() % 3) : 64;
+        int32_t left = given, n = room;
+        const ZyrStatus st = context ? zyrsUnpackHuffContext_BZ2_8u16u(&in.p, &left, &in.code, &in.bits, in_use.data(), state)
+                                     : zyrsDecodeHuff_BZ2_8u16u(&in.p, &left, &in.code, &in.bits, dst, &n, state);
+        if (st < 0 || (st == StatusSrcExhausted && given == in.left)) return st;
+        in.left -= given - left;
+        arrived = left;
+        if (!context) out.insert(out.end(), dst, dst + n);
+        if (st == StatusOk && !context) return st;
+        context = context && st != StatusOk;
+    }
+}
+
+// A stream of bzip2 blocks back to its bytes; every block CRC and the combined CRC checked.
+Bytes Decompress(const Bytes& bz2, std::mt19937* rng = nullptr) {
+    BitSource in{bz2.data(), static_cast<int32_t>(bz2.size())};
+    EXPECT_EQ(in.Get(24), 0x425A68u);
+    const int32_t level = static_cast<int32_t>(in.Get(8)) - '0';
+    int32_t size = 0;
+    zyrsDecodeHuffGetSize_BZ2_8u16u(100000 * level + 100, &size);
+    Bytes state(static_cast<size_t>(size)), out, in_use(256);
+    zyrsDecodeHuffInit_BZ2_8u16u(100000 * level + 100, state.data());
+    uint32_t combined = 0;
+    for (uint64_t magic = in.Get(48); magic == kBlockMagic; magic = in.Get(48)) {
+        const auto crc = static_cast<uint32_t>(in.Get(32));
+        EXPECT_EQ(in.Get(1), 0u);
+        const auto orig_ptr = static_cast<int32_t>(in.Get(24));
+        Symbols symbols;
+        EXPECT_EQ(DecodeSymbols(in, state.data(), in_use, symbols, rng), StatusOk);
+        const Bytes bytes = Inverse(symbols, in_use, orig_ptr);
+        uint32_t check = 0;
+        zyrsCRC32_BZ2_8u(bytes.data(), static_cast<int32_t>(bytes.size()), &check);
+        EXPECT_EQ(check, crc);
+        out.insert(out.end(), bytes.begin(), bytes.end());
+        combined = (combined << 1 | combined >> 31) ^ crc;
+    }
+    EXPECT_EQ(in.Get(32), combined);
+    return out;
+}
+
+TEST(BzipHuff, TableChoiceEdgeCases) {
+    std::vector<uint32_t> fib = {1, 1};
+    while (fib.size() < 27) fib.push_back(fib[fib.size() - 1] + fib[fib.size() - 2]);
+    const struct {
+        const char* name;
+        int32_t in_use, n;
+        bool fibonacci;  // symbol k (k < 27) weighted fib[k], shuffled
+        uint32_t tables, longest;  // 0: not checked
+    } rows[] = {
+        {"one byte: RUNA, EOB", 1, 2, false, 2, 0},  {"all 256 values", 256, 30000, false, 6, 0},
+        {"199 symbols", 40, 199, false, 2, 0},       {"200 symbols", 40, 200, false, 3, 0},
+        {"2399 symbols", 40, 2399, false, 5, 0},     {"2400 symbols", 40, 2400, false, 6, 0},
+        {"groups of 50 exactly", 20, 1000, false, 0, 0}, {"one past a group", 20, 1001, false, 0, 0},
+        {"lengths at the 17-bit limit", 30, 514229, true, 0, 17},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        std::mt19937 rng(static_cast<uint32_t>(row.n));
+        Bytes in_use(256);
+        for (int32_t v = 0; v < row.in_use; ++v) in_use[static_cast<size_t>(v * 255 / std::max(1, row.in_use - 1))] = 1;
+        Symbols syms;
+        for (size_t k = 0; row.fibonacci && k < fib.size(); ++k) syms.insert(syms.end(), fib[k], static_cast<uint16_t>(k));
+        std::shuffle(syms.begin(), syms.end(), rng);
+        syms.resize(static_cast<size_t>(row.n - 1));
+        for (size_t i = row.fibonacci ? syms.size() : 0; i < syms.size(); ++i) syms[i] = static_cast<uint16_t>(rng() % (row.in_use + 1));
+        syms.push_back(static_cast<uint16_t>(row.in_use + 1));
+        // Init, Pack and EncodeHuff, then Unpack and DecodeHuff give the symbols back.
+        BitSink sink;
+        const Bytes enc = EncodeBlock(sink, in_use, syms, 900100, nullptr);
+        Bytes dec(static_cast<size_t>(bz::HuffDecoderBytes(900100))), used(256);
+        sink.Put(0, 64);
+        BitSource in{sink.out.data(), static_cast<int32_t>(sink.out.size())};
+        zyrsDecodeHuffInit_BZ2_8u16u(900100, dec.data());
+        Symbols back;
+        EXPECT_EQ(DecodeSymbols(in, dec.data(), used, back, nullptr), StatusOk);
+        EXPECT_EQ(back, Symbols(syms.begin(), syms.end() - 1));
+        EXPECT_EQ(used, in_use);
+        const auto* r = reinterpret_cast<const bz::HuffEncoderRecord*>(enc.data());
+        EXPECT_TRUE(row.tables == 0 || r->n_groups == row.tables) << r->n_groups;
+        EXPECT_EQ(r->n_selectors, static_cast<uint32_t>((row.n + 49) / 50));
+        const uint8_t longest = *std::max_element(&r->lengths[0][0], &r->lengths[0][0] + 6 * 258);
+        EXPECT_LE(longest, 17);
+        EXPECT_TRUE(row.longest == 0 || longest == row.longest) << int{longest};
+    }
+}
+
+
+// A context written as the format lays it out, without any check: bytes 0..used-1 in use,
+// the table-count field, the selectors' move-to-front positions, every table's lengths.
+struct Context {
+    int used;
+    uint32_t groups;
+    Bytes mtf;
+    std::vector<Bytes> lengths;
+};
+void Put(BitSink& s, const Context& c) {
+    uint32_t ranges = 0;
+    for (int r = 0; r < 16; ++r) ranges |= (16 * r < c.used ? 1u : 0u) << (15 - r);
+    s.Put(ranges, 16);
+    for (int r = 0; 16 * r < c.used; ++r) s.Put(0xFFFFu << std::max(0, 16 * r + 16 - c.used) & 0xFFFF, 16);
+    s.Put(c.groups, 3), s.Put(c.mtf.size(), 15);
+    for (uint8_t j : c.mtf) s.Put((2u << j) - 2, j + 1);
+    for (const Bytes& len : c.lengths) {
+        int cur = len[0];
+        s.Put(static_cast<uint32_t>(cur), 5);
+        for (int l : len) {
+            for (; cur < l; ++cur) s.Put(2, 2);
+            for (; cur > l; --cur) s.Put(3, 2);
+            s.Put(0, 1);
+        }
+    }
+}
+// Symbols in the canonical code of `len`.
+void Put(BitSink& s, const Bytes& len, const Symbols& syms) {
+    std::vector<uint32_t> code(len.size());
+    for (uint32_t l = 1, next = 0; l <= 20; ++l, next <<= 1) {
+        for (size_t k = 0; k < len.size(); ++k) code[k] = len[k] == l ? next++ : code[k];
+    }
+    for (uint16_t v : syms) s.Put(code[v], len[v]);
+}
+
+TEST(BzipHuff, HandBuiltContextsAndTheirFaults) {
+    Bytes deep;  // lengths 1..20 and a second 20: a complete code over 21 symbols
+    for (uint8_t l = 1; l <= 20; ++l) deep.push_back(l);
+    deep.push_back(20);
+    const Bytes short3 = {1, 2, 2}, over = {1, 1, 1}, incomplete = {2, 2, 2};
+    Bytes too_long = deep, zero = deep;
+    too_long[19] = 21, too_long[20] = 21, zero[0] = 0;
+    Symbols many(900099, 0);
+    many.push_back(2);  // EOB
+    const struct {
+        const char* name;
+        Context ctx;
+        Symbols syms;        // in table 0's code, then the bits `tail`
+        uint32_t tail;       // two bits
+        int32_t max_symbols;
+        ZyrStatus unpack, decode;
+    } rows[] = {
+        {"codes of 20 bits", {19, 2, {0, 1}, {deep, deep}}, {19, 0, 18, 19, 3, 20}, 0, 100, StatusOk, StatusOk},
+        {"a length of 21", {19, 2, {0}, {too_long, deep}}, {}, 0, 100, StatusCorruptStream, StatusOk},
+        {"a starting length of 0", {19, 2, {0}, {zero, deep}}, {}, 0, 100, StatusCorruptStream, StatusOk},
+        {"empty bitmap", {0, 2, {0}, {short3, short3}}, {}, 0, 100, StatusCorruptStream, StatusOk},
+        {"one table", {1, 1, {0}, {short3}}, {}, 0, 100, StatusCorruptStream, StatusOk},
+        {"seven tables", {1, 7, {0}, {short3}}, {}, 0, 100, StatusCorruptStream, StatusOk},
+        {"no selectors", {1, 2, {}, {short3, short3}}, {}, 0, 100, StatusCorruptStream, StatusOk},
+        {"selector of table 2 of 2", {1, 2, {0, 2}, {short3, short3}}, {}, 0, 100, StatusCorruptStream, StatusOk},
+        {"over-subscribed", {1, 2, {0}, {short3, over}}, {}, 0, 100, StatusBadHuffmanCode, StatusOk},
+        {"incomplete, unused code met", {1, 2, {0}, {incomplete, short3}}, {0}, 3, 100, StatusOk, StatusCorruptStream},
+        {"18003 selectors, 18002 kept", {1, 2, Bytes(18003), {short3, short3}}, many, 0, 900100, StatusOk, StatusOk},
+        {"a group beyond those kept", {1, 2, Bytes(18003), {short3, short3}}, many, 0, 900050, StatusOk, StatusCorruptStream},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        BitSink sink;
+        sink.Put(5, 3);  // the context need not start on a byte
+        Put(sink, row.ctx);
+        Put(sink, row.ctx.lengths[0], row.syms);
+        sink.Put(row.tail, 2), sink.Put(0, 40);
+        BitSource in{sink.out.data(), static_cast<int32_t>(sink.out.size())};
+        in.Get(3);
+        Bytes state(static_cast<size_t>(bz::HuffDecoderBytes(row.max_symbols))), in_use(256);
+        zyrsDecodeHuffInit_BZ2_8u16u(row.max_symbols, state.data());
+        const int32_t left = in.left;
+        ASSERT_EQ(zyrsUnpackHuffContext_BZ2_8u16u(&in.p, &in.left, &in.code, &in.bits, in_use.data(), state.data()), row.unpack);
+        if (row.unpack != StatusOk) {
+            EXPECT_EQ(in.left, left);  // nothing written back
+            continue;
+        }
+        EXPECT_EQ(std::count(in_use.begin(), in_use.end(), 1), row.ctx.used);
+        Symbols out(900100);
+        int32_t n = static_cast<int32_t>(out.size());
+        EXPECT_EQ(zyrsDecodeHuff_BZ2_8u16u(&in.p, &in.left, &in.code, &in.bits, out.data(), &n, state.data()), row.decode);
+        if (row.decode == StatusOk) {
+            EXPECT_EQ(Symbols(out.begin(), out.begin() + n), Symbols(row.syms.begin(), row.syms.end() - 1));
+        }
+    }
+}
+
+struct Refusal {
+    const char* name;
+    std::function<ZyrStatus()> call;
+    ZyrStatus expected;
+};
+
+TEST(BzipHuff, RefusalsInCheckOrder) {
+    Bytes in_use(256), enc(static_cast<size_t>(bz::HuffEncoderBytes(100))), dec(static_cast<size_t>(bz::HuffDecoderBytes(100)));
+    in_use[65] = 1;
+    const Symbols ok = {0, 2}, eob_early = {2, 2}, no_eob = {0, 1}, high = {3, 2};
+    ASSERT_EQ(zyrsEncodeHuffInit_BZ2_16u8u(100, in_use.data(), ok.data(), 2, enc.data()), StatusOk);
+    ASSERT_EQ(zyrsDecodeHuffInit_BZ2_8u16u(100, dec.data()), StatusOk);
+    Bytes packed = enc, bad_use = in_use, none(256), dst(64);
+    bad_use[66] = 2;
+    packed[8] = 2;  // as after Pack
+    const Bytes enc_before = enc, dec_before = dec;
+    uint32_t code = 0, bits = 0, bits32 = 32, bits8 = 8;
+    int32_t len = 64, two = 2, zero = 0, neg = -1, size = 0;
+    const uint16_t *sp = ok.data(), *sh = high.data();
+    const uint16_t* spn = nullptr;
+    const uint8_t* bp = dst.data();
+    const uint8_t* bpn = nullptr;
+    uint16_t* out = reinterpret_cast<uint16_t*>(dst.data());
+    const Refusal rows[] = {
+        {"enc size: null", [&] { return zyrsEncodeHuffGetSize_BZ2_16u8u(0, nullptr); }, StatusNullPointer},
+        {"enc size: 900101", [&] { return zyrsEncodeHuffGetSize_BZ2_16u8u(900101, &size); }, StatusBadSize},
+        {"init: null", [&] { return zyrsEncodeHuffInit_BZ2_16u8u(0, nullptr, ok.data(), 2, enc.data()); }, StatusNullPointer},
+        {"init: 1 symbol", [&] { return zyrsEncodeHuffInit_BZ2_16u8u(100, in_use.data(), ok.data(), 1, enc.data()); }, StatusBadSize},
+        {"init: in-use 2", [&] { return zyrsEncodeHuffInit_BZ2_16u8u(100, bad_use.data(), ok.data(), 2, enc.data()); }, StatusError},
+        {"init: none in use", [&] { return zyrsEncodeHuffInit_BZ2_16u8u(100, none.data(), ok.data(), 2, enc.data()); }, StatusError},
+        {"init: EOB early", [&] { return zyrsEncodeHuffInit_BZ2_16u8u(100, in_use.data(), eob_early.data(), 2, enc.data()); }, StatusError},
+        {"init: no EOB", [&] { return zyrsEncodeHuffInit_BZ2_16u8u(100, in_use.data(), no_eob.data(), 2, enc.data()); }, StatusError},
+        {"init: symbol 3", [&] { return zyrsEncodeHuffInit_BZ2_16u8u(100, in_use.data(), high.data(), 2, enc.data()); }, StatusError},
+        {"pack: null", [&] { return zyrsPackHuffContext_BZ2_16u8u(nullptr, &bits32, dst.data(), &zero, enc.data()); }, StatusNullPointer},
+        {"pack: 32 bits", [&] { return zyrsPackHuffContext_BZ2_16u8u(&code, &bits32, dst.data(), &len, enc.data()); }, StatusBadSize},
+        {"pack: decoder", [&] { return zyrsPackHuffContext_BZ2_16u8u(&code, &bits, dst.data(), &len, dec.data()); }, StatusBadContext},
+        {"pack: twice", [&] { return zyrsPackHuffContext_BZ2_16u8u(&code, &bits, dst.data(), &len, packed.data()); }, StatusBadContext},
+        {"encode: null source", [&] { return zyrsEncodeHuff_BZ2_16u8u(&spn, &neg, &code, &bits32, dst.data(), &zero, enc.data()); }, StatusNullPointer},
+        {"encode: -1 symbols", [&] { return zyrsEncodeHuff_BZ2_16u8u(&sp, &neg, &code, &bits, dst.data(), &len, packed.data()); }, StatusBadSize},
+        {"encode: symbol 3", [&] { return zyrsEncodeHuff_BZ2_16u8u(&sh, &two, &code, &bits, dst.data(), &len, packed.data()); }, StatusError},
+        {"encode: no context", [&] { return zyrsEncodeHuff_BZ2_16u8u(&sp, &len, &code, &bits, dst.data(), &len, enc.data()); }, StatusBadContext},
+        {"dec size: 900101", [&] { return zyrsDecodeHuffGetSize_BZ2_8u16u(900101, &size); }, StatusBadSize},
+        {"dec init: 0", [&] { return zyrsDecodeHuffInit_BZ2_8u16u(0, dec.data()); }, StatusBadSize},
+        {"unpack: null source", [&] { return zyrsUnpackHuffContext_BZ2_8u16u(&bpn, &neg, &code, &bits8, in_use.data(), dec.data()); }, StatusNullPointer},
+        {"unpack: encoder", [&] { return zyrsUnpackHuffContext_BZ2_8u16u(&bp, &len, &code, &bits, in_use.data(), enc.data()); }, StatusBadContext},
+        {"decode: null", [&] { return zyrsDecodeHuff_BZ2_8u16u(&bp, &neg, &code, &bits8, nullptr, &zero, dec.data()); }, StatusNullPointer},
+        {"decode: no room", [&] { return zyrsDecodeHuff_BZ2_8u16u(&bp, &len, &code, &bits, out, &zero, dec.data()); }, StatusBadSize},
+        {"decode: no context", [&] { return zyrsDecodeHuff_BZ2_8u16u(&bp, &len, &code, &bits, out, &len, dec.data()); }, StatusBadContext},
+    };
+    for (const Refusal& row : rows) EXPECT_EQ(row.call(), row.expected) << row.name;
+    EXPECT_EQ(enc, enc_before); EXPECT_EQ(dec, dec_before);
+    EXPECT_EQ(len, 64); EXPECT_EQ(sp, ok.data()); EXPECT_EQ(bp, dst.data());
+}
+
+#if defined(ZYRDC_HAVE_BZIP2)
+TEST(BzipHuff, InteroperatesWithLibbz2BothWays) {
+    for (int level = 1; level <= 9; ++level) {
+        const DataKind kind = zyrdc::test::kDataKinds[level - 1];
+        const Bytes data = MakeData(kind, level % 3 == 0 ? 150000 : 30000 + 977 * level, level);
+        SCOPED_TRACE(zyrdc::test::DataKindName(kind));
+        Bytes bz2(data.size() * 2 + 1000);
+        auto n = static_cast<unsigned>(bz2.size());
+        ASSERT_EQ(BZ2_bzBuffToBuffCompress(reinterpret_cast<char*>(bz2.data()), &n,
+                                           reinterpret_cast<char*>(const_cast<uint8_t*>(data.data())),
+                                           static_cast<unsigned>(data.size()), level, 0, 0), BZ_OK);
+        bz2.resize(n);
+        EXPECT_EQ(Decompress(bz2), data);
+        const Bytes ours = Compress(data, level, 60000);
+        Bytes back(data.size() + 1);
+        n = static_cast<unsigned>(back.size());
+        ASSERT_EQ(BZ2_bzBuffToBuffDecompress(reinterpret_cast<char*>(back.data()), &n,
+                                             reinterpret_cast<char*>(const_cast<uint8_t*>(ours.data())),
+                                             static_cast<unsigned>(ours.size()), 0, 0), BZ_OK);
+        back.resize(n);
+        EXPECT_EQ(back, data);
+    }
+}
+#endif
+
+TEST(BzipHuff, AnySplitGivesTheSameBytesAndSymbols) {
+    std::mt19937 rng(15);
+    const Bytes data = MakeData(DataKind::Mixed, 40000, 3);
+    const Bytes whole = Compress(data, 1, 15000);
+    EXPECT_EQ(Compress(data, 1, 15000, &rng), whole);
+    EXPECT_EQ(Decompress(whole, &rng), data);
+    // Both builds write these bytes.
+    uint32_t crc = 0;
+    zyrsCRC32_8u(whole.data(), static_cast<int32_t>(whole.size()), &crc);
+    EXPECT_EQ(crc, 0x350AA599u);
+}
+
+}  // namespace
