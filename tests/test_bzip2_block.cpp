@@ -1,0 +1,207 @@
+// The bzip2 block decoder: blocks built by the forward stages (run-length, transform,
+// dictionary, move-to-front, zero-run coding) decode to their input in one call and in
+// pieces, into destinations that end at a guard page; hostile symbols, in-use tables and
+// primary indexes are refused; continuing calls are checked against the block in progress.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "data.hpp"
+#include "support.hpp"
+#include "zyrdc.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using Symbols = std::vector<uint16_t>;
+using zyrdc::test::DataKind;
+
+struct Block {
+    Symbols symbols;  // without EOB
+    Bytes in_use = Bytes(256);
+    int32_t orig_ptr = 0;
+};
+
+// The forward stages over bytes already in run-length form (`rle` true runs that stage too).
+Block Forward(const Bytes& data, bool rle) {
+    Block b;
+    Bytes coded(data.size() * 5 / 4 + 8);
+    auto n = static_cast<int32_t>(data.size());
+    if (rle) {
+        uint8_t state[264];
+        const uint8_t* p = data.data();
+        int32_t len = static_cast<int32_t>(coded.size()), left = n, flush = 8;
+        EXPECT_EQ(zyrsEncodeRLEInit_BZ2_8u(state), StatusOk);
+        EXPECT_EQ(zyrsEncodeRLE_BZ2_8u(&p, &left, coded.data(), &len, state), StatusOk);
+        EXPECT_EQ(zyrsEncodeRLEFlush_BZ2_8u(coded.data() + len, &flush, state), StatusOk);
+        EXPECT_EQ(zyrsRLEGetInUseTable_8u(b.in_use.data(), state), StatusOk);
+        n = len + flush;
+    } else {
+        std::copy(data.begin(), data.end(), coded.begin());
+        for (uint8_t v : data) b.in_use[v] = 1;
+    }
+    int32_t size = 0, dict = 0;
+    EXPECT_EQ(zyrsBWTFwdGetSize_8u(n, &size), StatusOk);
+    Bytes work(static_cast<size_t>(size)), bwt(static_cast<size_t>(n)), mtf(bwt.size());
+    EXPECT_EQ(zyrsBWTFwd_8u(coded.data(), bwt.data(), n, &b.orig_ptr, work.data()), StatusOk);
+    uint8_t table[256];
+    EXPECT_EQ(zyrsReduceDictionary_8u_I(b.in_use.data(), bwt.data(), n, &dict), StatusOk);
+    EXPECT_EQ(zyrsMTFInit_8u(table), StatusOk);
+    EXPECT_EQ(zyrsMTFFwd_8u(bwt.data(), mtf.data(), n, table), StatusOk);
+    b.symbols.resize(bwt.size() + 1);
+    std::vector<uint32_t> freq(258);
+    const uint8_t* q = mtf.data();
+    auto cap = static_cast<int32_t>(b.symbols.size());
+    EXPECT_EQ(zyrsEncodeZ1Z2_BZ2_8u16u(&q, &n, b.symbols.data(), &cap, freq.data()), StatusOk);
+    b.symbols.resize(static_cast<size_t>(cap));
+    return b;
+}
+
+// Decodes the block with destinations of `piece` bytes, each ending at a guard page, until
+// StatusOk; the first error status ends it.
+ZyrStatus Decode(const Block& b, int32_t block_size, int32_t piece, Bytes* out) {
+    int32_t size = 0;
+    EXPECT_EQ(zyrsDecodeBlockGetSize_BZ2_8u(block_size, &size), StatusOk);
+    zyrdc::test::GuardedBuffer buffer(static_cast<size_t>(size)), dst(static_cast<size_t>(piece));
+    out->clear();
+    auto src_len = static_cast<int32_t>(b.symbols.size());
+    for (;;) {
+        int32_t len = piece;
+        const ZyrStatus st = zyrsDecodeBlock_BZ2_16u8u(b.symbols.data(), src_len, b.in_use.data(),
+                                                       b.orig_ptr, block_size, dst.data(), &len,
+                                                       buffer.data());
+        if (st < 0) return st;
+        out->insert(out->end(), dst.data(), dst.data() + len);
+        if (st != StatusDstFull) return st;
+        src_len = 0;
+    }
+}
+
+TEST(Bzip2Block, DecodesForwardStagesInAnyPieces) {
+    const struct {
+        DataKind kind;
+        size_t n;
+        int32_t block_size;
+    } rows[] = {
+        {DataKind::Text, 1, 1},         {DataKind::Random, 2, 5},       {DataKind::Text, 1000, 1300},
+        {DataKind::Zeros, 5000, 600},   {DataKind::Runs, 20000, 30000}, {DataKind::Periodic, 20000, 30000},
+        {DataKind::Sparse, 20000, 30000}, {DataKind::Records, 20000, 30000},
+        {DataKind::Random, 300000, 310000}, {DataKind::Mixed, 900000, 900000},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(testing::Message() << DataKindName(r.kind) << " " << r.n);
+        const Bytes data = zyrdc::test::MakeData(r.kind, r.n, static_cast<uint32_t>(r.n));
+        const Block b = Forward(data, true);
+        for (int32_t piece : {static_cast<int32_t>(r.n), 1, 7, 4096}) {
+            if (piece == 1 && r.n > 30000) continue;
+            Bytes out;
+            EXPECT_EQ(Decode(b, r.block_size, piece, &out), StatusOk) << piece;
+            EXPECT_TRUE(out == data) << piece;
+        }
+    }
+}
+
+// Run-length edge cases as the walk meets them: the transform input is given in run-length
+// form here, so the counts and the block's end are exactly as written.
+TEST(Bzip2Block, RunLengthRule) {
+    const struct {
+        const char* what;
+        Bytes rle, out;
+    } rows[] = {
+        {"count 0: a run of 4", {'a', 'a', 'a', 'a', 0, 'b'}, {'a', 'a', 'a', 'a', 'b'}},
+        {"count 255: a run of 259", {'b', 'a', 'a', 'a', 'a', 255}, {}},
+        {"ends after four equal bytes", {'b', 'a', 'a', 'a', 'a'}, {'b', 'a', 'a', 'a', 'a'}},
+        {"equal count restarts after a count", {'a', 'a', 'a', 'a', 1, 'a', 'a', 'a', 'a', 0},
+         Bytes(9, 'a')},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.what);
+        Bytes want = r.out;
+        if (want.empty()) want = Bytes(1, 'b'), want.insert(want.end(), 259, 'a');
+        const Block b = Forward(r.rle, false);
+        for (int32_t piece : {1, 2, 3, static_cast<int32_t>(want.size())}) {
+            Bytes out;
+            EXPECT_EQ(Decode(b, 10, piece, &out), StatusOk) << piece;
+            EXPECT_EQ(out, want) << piece;
+        }
+    }
+}
+
+TEST(Bzip2Block, RefusesHostileBlocks) {
+    Bytes ab(256), none(256), two(256);
+    ab['a'] = ab['b'] = 1;
+    two['a'] = 2;
+    const struct {
+        const char* what;
+        Symbols symbols;
+        const Bytes& in_use;
+        int32_t orig_ptr, block_size;
+        ZyrStatus status;
+    } rows[] = {
+        {"a run of blockSize", {0, 0, 1}, ab, 10, 11, StatusOk},
+        {"a run one above blockSize", {0, 0, 1}, ab, 0, 10, StatusCorruptStream},
+        {"a run, then a byte beyond blockSize", {0, 0, 1, 3}, ab, 0, 11, StatusCorruptStream},
+        {"a run, then a byte", {0, 0, 1, 2}, ab, 11, 12, StatusOk},
+        {"a byte beyond blockSize", {2, 2, 2}, ab, 0, 2, StatusCorruptStream},
+        {"symbol nInUse + 1", {2, 3}, ab, 0, 10, StatusCorruptStream},
+        {"origPtr = n", {2, 2}, ab, 2, 10, StatusCorruptStream},
+        {"origPtr below 0", {2, 2}, ab, -1, 10, StatusCorruptStream},
+        {"a long run of RUNB", Symbols(40, 1), ab, 0, 900000, StatusCorruptStream},
+        {"in-use entry 2", {2}, two, 0, 10, StatusError},
+        {"nothing in use", {2}, none, 0, 10, StatusError},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.what);
+        Bytes out;
+        const ZyrStatus st = Decode({r.symbols, r.in_use, r.orig_ptr}, r.block_size, 64, &out);
+        EXPECT_EQ(st, r.status);
+    }
+}
+
+TEST(Bzip2Block, ChecksAndContinuation) {
+    const Block b = Forward(Bytes(100, 'q'), true);  // 4 + count: five bytes out of 100
+    int32_t size = 0;
+    ASSERT_EQ(zyrsDecodeBlockGetSize_BZ2_8u(9, &size), StatusOk);
+    EXPECT_EQ(size, 9 * 4 + 1152);
+    Bytes buf(static_cast<size_t>(size) + 1), dst(100);
+    uint8_t* buffer = buf.data() + 1;  // not aligned: the decoder aligns its own area
+    const uint16_t* src = b.symbols.data();
+    const auto n = static_cast<int32_t>(b.symbols.size());
+    const uint8_t* in_use = b.in_use.data();
+    int32_t len = 0;
+    const auto call = [&](int32_t src_len, int32_t block_size, int32_t cap) {
+        len = cap;
+        return zyrsDecodeBlock_BZ2_16u8u(src, src_len, in_use, b.orig_ptr, block_size,
+                                         dst.data(), &len, buffer);
+    };
+    const struct {
+        const char* what;
+        int32_t src_len, block_size, cap;
+        ZyrStatus status;
+        int32_t len;
+    } rows[] = {
+        {"continue: nothing in progress", 0, 9, 100, StatusBadContext, 0},
+        {"start: symbols beyond blockSize", n, 1, 100, StatusCorruptStream, 0},
+        {"continue after a failed start", 0, 1, 100, StatusBadContext, 0},
+        {"start", n, 9, 60, StatusDstFull, 60},
+        {"continue: another blockSize", 0, 8, 100, StatusBadContext, 0},
+        {"continue: blockSize 0", 0, 0, 100, StatusBadSize, 0},
+        {"continue: no room", 0, 9, 0, StatusBadSize, 0},
+        {"continue to an exact fit", 0, 9, 40, StatusOk, 40},
+        {"continue: block done", 0, 9, 100, StatusBadContext, 0},
+        {"blockSize 900001", n, 900001, 100, StatusBadSize, 0},
+        {"srcLen below 0", -1, 9, 100, StatusBadSize, 0},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.what);
+        EXPECT_EQ(call(r.src_len, r.block_size, r.cap), r.status);
+        EXPECT_EQ(len, r.status < 0 ? r.cap : r.len);  // unwritten on errors
+    }
+    EXPECT_EQ(zyrsDecodeBlock_BZ2_16u8u(src, n, in_use, 0, 9, dst.data(), &len, nullptr), StatusNullPointer);
+    EXPECT_EQ(zyrsDecodeBlock_BZ2_16u8u(src, 0, nullptr, 0, 9, dst.data(), &len, buffer), StatusNullPointer);
+    EXPECT_EQ(zyrsDecodeBlockGetSize_BZ2_8u(900001, &size), StatusBadSize);
+    EXPECT_EQ(zyrsDecodeBlockGetSize_BZ2_8u(1, nullptr), StatusNullPointer);
+}
+
+}  // namespace
