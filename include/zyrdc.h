@@ -530,7 +530,9 @@ ZYRDC_API ZyrStatus zyrsDecodeBlockGetSize_BZ2_8u(int32_t blockSize, int32_t* pS
  * (in-use table not 0/1 or empty: Error; bad symbol, length or origPtr: CorruptStream),
  * srcLen 0 continues one (none in progress with this blockSize: BadContext; pSrc and pInUse
  * must still be non-null). *pDstLen: capacity in, bytes out; Ok at the block's end, DstFull
- * to be continued. Pass the same pBuffer on every call of a block. */
+ * to be continued. Pass the same pBuffer on every call of a block. With room for the whole
+ * transform (n + 256 bytes) the first call may use the destination beyond the bytes it
+ * reports as scratch. */
 ZYRDC_API ZyrStatus zyrsDecodeBlock_BZ2_16u8u(const uint16_t* pSrc, int32_t srcLen,
     const uint8_t* pInUse, int32_t origPtr, int32_t blockSize, uint8_t* pDst, int32_t* pDstLen,
     uint8_t* pBuffer);

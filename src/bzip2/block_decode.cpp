@@ -153,6 +153,118 @@ void LinkRows(uint32_t* t, uint32_t n, const uint32_t* counts) {
     }
 }
 
+// ---- the walk in many chains at once ----------------------------------------------------------
+//
+// One chain of dependent loads waits for memory at every step. With room for all n bytes of
+// the transform in the destination, the walk instead starts chains at many rows at once, each
+// marked in the table (bit 31, above the 20-bit link and the byte), so that every chain stops
+// where another begins. A first pass learns each chain's length and which chain follows it,
+// and so the text offset where each chain starts; a second pass writes every chain's bytes at
+// their offsets in the destination's tail. The run-length rule then runs forward from the
+// tail to the destination's start. All chains load independently, so the processor keeps
+// many loads in flight instead of one.
+
+constexpr uint32_t kChains = 256;
+constexpr uint32_t kMark = 1u << 31;
+constexpr uint32_t kLinkBits = 0xFFFFFu;  // links are below 900000 < 2^20
+// Below this many bytes one chain is fast enough (the table is in the nearer caches).
+constexpr uint32_t kParallelMin = 4096;
+
+inline uint32_t Link(uint32_t e) { return (e >> 8) & kLinkBits; }
+
+struct Chains {
+    uint32_t start[kChains];   // the row each chain starts at; chain 0 at text offset 0
+    uint32_t length[kChains];  // rows it walks before the next chain's start
+    uint32_t offset[kChains];  // text offset of its first byte
+    uint32_t count;
+};
+
+// The row the walk is at after `offset` steps from text offset 0.
+uint32_t RowAtOffset(const uint32_t* t, const Chains& c, uint32_t offset) {
+    uint32_t best = 0;
+    for (uint32_t k = 1; k < c.count; ++k) {
+        if (c.offset[k] <= offset && c.offset[k] > c.offset[best]) best = k;
+    }
+    uint32_t row = c.start[best];
+    for (uint32_t k = c.offset[best]; k < offset; ++k) row = Link(t[row]);
+    return row;
+}
+
+// Both passes. false (nothing written, table as it was) when the rows do not form the one
+// cycle of a valid transform: then only the single walk gives the defined output.
+bool ParallelWalk(uint32_t* t, uint32_t n, uint32_t first_row, uint8_t* raw, Chains& c) {
+    const uint32_t step = n / kChains;
+    c.count = 0;
+    c.start[c.count++] = first_row;
+    for (uint32_t k = 1; k < kChains; ++k) {
+        if (k * step != first_row) c.start[c.count++] = k * step;
+    }
+    for (uint32_t k = 0; k < c.count; ++k) t[c.start[k]] |= kMark;
+    const auto chain_at = [&](uint32_t row) -> uint32_t {
+        if (row == first_row) return 0;
+        const uint32_t k = row / step;  // row is k * step, k >= 1
+        return k <= c.count - 1 && c.start[k] == row ? k : k - 1;
+    };
+
+    // First pass: lengths and successors.
+    uint32_t pos[kChains], next[kChains], active[kChains];
+    uint32_t live = c.count;
+    for (uint32_t k = 0; k < c.count; ++k) {
+        pos[k] = Link(t[c.start[k]]);
+        c.length[k] = 1;
+        active[k] = k;
+    }
+    while (live > 0) {
+        for (uint32_t a = 0; a < live;) {
+            const uint32_t k = active[a];
+            const uint32_t e = t[pos[k]];
+            if (e & kMark) {
+                next[k] = chain_at(pos[k]);
+                active[a] = active[--live];
+                continue;
+            }
+            ++c.length[k];
+            pos[k] = Link(e);
+            ++a;
+        }
+    }
+    // Offsets along the cycle from chain 0; it must pass every row exactly once.
+    uint32_t offset = 0, k = 0, seen = 0;
+    do {
+        c.offset[k] = offset;
+        offset += c.length[k];
+        k = next[k];
+    } while (k != 0 && ++seen < c.count && offset < n);
+    const bool one_cycle = k == 0 && offset == n;
+
+    if (one_cycle) {
+        // Second pass: every chain's bytes at its offset.
+        uint32_t left[kChains];
+        live = c.count;
+        for (uint32_t j = 0; j < c.count; ++j) {
+            pos[j] = c.start[j];
+            next[j] = c.offset[j];  // now the write offset
+            left[j] = c.length[j];
+            active[j] = j;
+        }
+        while (live > 0) {
+            for (uint32_t a = 0; a < live;) {
+                const uint32_t j = active[a];
+                const uint32_t e = t[pos[j]];
+                raw[next[j]++] = static_cast<uint8_t>(e);
+                pos[j] = Link(e);
+                if (--left[j] == 0) {
+                    active[a] = active[--live];
+                    continue;
+                }
+                ++a;
+            }
+        }
+    }
+    for (uint32_t j = 0; j < c.count; ++j) t[c.start[j]] &= ~kMark;
+    return one_cycle;
+}
+
 // Raw bytes a walk step collects at a time: enough to keep the loop busy, few enough that
 // re-walking the unused end of a chunk (when the destination fills) costs little.
 constexpr uint32_t kWalkChunk = 512;
@@ -214,6 +326,36 @@ Progress BlockOutput(uint8_t* dst, int32_t dst_cap, uint8_t* buffer) {
     uint8_t* out = dst;
     uint8_t* const end = dst + dst_cap;
     ZyrStatus status = StatusOk;
+
+    if (walked == 0 && copies == 0 && n >= kParallelMin &&
+        static_cast<uint32_t>(dst_cap) >= n + 256) {
+        // The whole transform fits in the destination's tail: walk it in many chains, then
+        // undo the run-length stage forward from there. The output never overtakes the raw
+        // bytes it has not read; where it would, the single walk takes over from that byte.
+        Chains chains;
+        uint8_t* raw = end - n;
+        if (ParallelWalk(a.t, n, position, raw, chains)) {
+            const uint8_t* in = raw;
+            const uint8_t* const in_end = end;
+            while (in != in_end) {
+                const uint8_t b = *in;
+                if (equal == 4) {
+                    if (out + b > in + 1) break;
+                    std::memset(out, last, b);
+                    out += b;
+                    equal = 0;
+                    ++in;
+                    continue;
+                }
+                *out++ = b;
+                ++in;
+                equal = static_cast<int32_t>(b) == last ? equal + 1 : 1;
+                last = b;
+            }
+            walked = static_cast<uint32_t>(in - raw);
+            position = walked == n ? position : RowAtOffset(a.t, chains, walked);
+        }
+    }
 
     for (;;) {
         if (copies != 0) {
