@@ -520,6 +520,37 @@ ZYRDC_API ZyrStatus zyrsDecodeZ1Z2_BZ2_16u8u(const uint16_t** ppSrc, int32_t* pS
     uint8_t* pDst, int32_t* pDstLen);
 
 /* ---------------------------------------------------------------------------------- */
+/* bzip2 block stages: Huffman coding (bits most significant first)                    */
+/* ---------------------------------------------------------------------------------- */
+
+/* Encoder record size for blocks of up to maxSymbols symbols (1..900100): 8064 +
+ * ceil(maxSymbols / 50) rounded up to a multiple of 4. */
+ZYRDC_API ZyrStatus zyrsEncodeHuffGetSize_BZ2_16u8u(int32_t maxSymbols, int32_t* pSize);
+/* Analyses one block (zero-run symbols ending with EOB = nInUse + 1): chooses 2..6 code
+ * tables and a table per 50 symbols; Error, record untouched, on inconsistent data. */
+ZYRDC_API ZyrStatus zyrsEncodeHuffInit_BZ2_16u8u(int32_t maxSymbols, const uint8_t* pInUse,
+    const uint16_t* pSrc, int32_t srcLen, uint8_t* pState);
+/* Writes the block's in-use bitmap, tables, selectors and code lengths after the pending
+ * bits of *pCode; all or nothing (DstFull, *pDstLen = 0); at most 19930 bytes. */
+ZYRDC_API ZyrStatus zyrsPackHuffContext_BZ2_16u8u(uint32_t* pCode, uint32_t* pCodeLenBits,
+    uint8_t* pDst, int32_t* pDstLen, uint8_t* pState);
+/* Codes the block's next symbols through EOB (later ones stay unconsumed); DstFull when
+ * fewer than 4 bytes of room remain before a symbol. */
+ZYRDC_API ZyrStatus zyrsEncodeHuff_BZ2_16u8u(const uint16_t** ppSrc, int32_t* pSrcLen,
+    uint32_t* pCode, uint32_t* pCodeLenBits, uint8_t* pDst, int32_t* pDstLen, uint8_t* pState);
+/* Decoder record size for blocks of up to maxSymbols symbols (1..900100): 16832 +
+ * ceil(maxSymbols / 50) rounded up to a multiple of 4. */
+ZYRDC_API ZyrStatus zyrsDecodeHuffGetSize_BZ2_8u16u(int32_t maxSymbols, int32_t* pSize);
+/* Prepares a decoder record for a stream (no block context yet). */
+ZYRDC_API ZyrStatus zyrsDecodeHuffInit_BZ2_8u16u(int32_t maxSymbols, uint8_t* pState);
+/* Reads the next block's context and writes its in-use table; SrcExhausted consumes
+ * nothing (call again with more source). */
+ZYRDC_API ZyrStatus zyrsUnpackHuffContext_BZ2_8u16u(const uint8_t** ppSrc, int32_t* pSrcLen,
+    uint32_t* pCode, uint32_t* pCodeLenBits, uint8_t* pInUse, uint8_t* pState);
+/* Decodes symbols until EOB (Ok, EOB not written), SrcExhausted or DstFull, resumable at
+ * any split; *pDstLen: capacity in, symbols out. */
+ZYRDC_API ZyrStatus zyrsDecodeHuff_BZ2_8u16u(const uint8_t** ppSrc, int32_t* pSrcLen,
+    uint32_t* pCode, uint32_t* pCodeLenBits, uint16_t* pDst, int32_t* pDstLen, uint8_t* pState);
 /* bzip2 block stages: block decoder                                                   */
 /* ---------------------------------------------------------------------------------- */
 
