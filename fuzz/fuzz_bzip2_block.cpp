@@ -91,7 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<uint8_t> block;
     const bool valid = (data[38] & 1) == 0;
     if (valid) {
-        for (int k = 0; k <= data[38] / 2 && block.size() < 40000; ++k) {
+        for (int k = 0; k <= data[38] / 2 && block.size() < 20000; ++k) {
             block.insert(block.end(), data + kHead, data + size);
         }
         block_size = static_cast<int32_t>(Forward(block, symbols, in_use, orig_ptr));
