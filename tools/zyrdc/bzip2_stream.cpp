@@ -176,33 +176,32 @@ void Bz2BitWriter::Align() {
     if (count_ > 0) Put(0, 8 - count_);
 }
 
-std::vector<std::uint8_t> DecodeBz2Block(const Bz2SymbolBlock& block) {
+Bz2Bytes DecodeBz2Block(const Bz2SymbolBlock& block, std::unique_ptr<std::uint8_t[]> memory) {
     const std::string where = "block " + std::to_string(block.number) + ": ";
     if (block.symbols.empty()) throw Failure(where + "corrupt data (no symbols)");
     thread_local std::vector<std::uint8_t> buffer;
     std::int32_t size = 0;
     CheckStatus(zyrsDecodeBlockGetSize_BZ2_8u(block.block_size, &size), "block buffer size");
     buffer.resize(static_cast<std::size_t>(size));
-    // Room for the whole transform lets the decoder walk it fast; runs may need more.
-    std::vector<std::uint8_t> out(static_cast<std::size_t>(block.block_size) + 4096);
-    std::size_t used = 0;
+    const std::size_t room = Bz2DecodeRoom(block.block_size);
+    if (!memory) memory.reset(new std::uint8_t[room]);
+    Bz2Bytes out{std::move(memory), 0};
     std::int32_t src_len = Len(block.symbols.size());
     for (;;) {
-        std::int32_t room = Len(out.size() - used);
+        std::int32_t len = Len(std::min<std::size_t>(room - out.size, 0x7FFFFFFF));
         const ZyrStatus st = zyrsDecodeBlock_BZ2_16u8u(block.symbols.data(), src_len, block.in_use.data(),
-                                                       block.orig_ptr, block.block_size, out.data() + used,
-                                                       &room, buffer.data());
+                                                       block.orig_ptr, block.block_size, out.data.get() + out.size,
+                                                       &len, buffer.data());
         if (st < 0) throw Failure(where + "corrupt data (" + StatusName(st) + ")");
-        used += static_cast<std::size_t>(room);
+        out.size += static_cast<std::size_t>(len);
         if (st == StatusOk) break;
+        if (out.size == room) throw Failure(where + "corrupt data (longer than the block size allows)");
         src_len = 0;
-        out.resize(out.size() * 2);
     }
-    out.resize(used);
     std::uint32_t crc = 0;
-    for (std::size_t at = 0; at < used;) {
-        const std::size_t piece = std::min<std::size_t>(used - at, std::size_t{1} << 30);
-        CheckStatus(zyrsCRC32_BZ2_8u(out.data() + at, Len(piece), &crc), "block CRC");
+    for (std::size_t at = 0; at < out.size;) {
+        const std::size_t piece = std::min<std::size_t>(out.size - at, std::size_t{1} << 30);
+        CheckStatus(zyrsCRC32_BZ2_8u(out.data.get() + at, Len(piece), &crc), "block CRC");
         at += piece;
     }
     if (crc != block.crc) throw Failure(where + "CRC " + Hex32(crc) + ", expected " + Hex32(block.crc));

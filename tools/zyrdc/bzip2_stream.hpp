@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -82,8 +83,20 @@ struct Bz2SymbolBlock {
     std::array<std::uint8_t, 256> in_use{};
     std::vector<std::uint16_t> symbols;  // without EOB
 };
-// The block's bytes, its CRC checked; throws Failure naming the block. Thread-safe.
-std::vector<std::uint8_t> DecodeBz2Block(const Bz2SymbolBlock& block);
+// A block's decoded bytes.
+struct Bz2Bytes {
+    std::unique_ptr<std::uint8_t[]> data;
+    std::size_t size = 0;
+    std::span<const std::uint8_t> Span() const { return {data.get(), size}; }
+};
+// Bytes to give the block decoder for any block of `block_size` (259 bytes out for every 5
+// of the transform, plus room for the transform itself): it then finishes in one call, in
+// the fast way. Left uncleared, the pages it never touches are never committed.
+constexpr std::size_t Bz2DecodeRoom(std::int32_t block_size) { return 52 * static_cast<std::size_t>(block_size) + 256; }
+// The block's bytes, its CRC checked; throws Failure naming the block. `room` (null, or
+// Bz2DecodeRoom bytes from an earlier block, so that its pages are reused) becomes the
+// result's memory. Thread-safe.
+Bz2Bytes DecodeBz2Block(const Bz2SymbolBlock& block, std::unique_ptr<std::uint8_t[]> room);
 
 // Reads the streams of a file one block at a time (concatenated streams continue it).
 class Bz2Reader {

@@ -193,16 +193,38 @@ void Compress(InputFile& in, OutputFile& out, int level, unsigned threads) {
 // Decodes every stream of `in`; `out` null only tests.
 void Decompress(InputFile& in, OutputFile* out, unsigned threads) {
     Bz2Reader reader([&](std::span<std::uint8_t> buf) { return in.Read(buf); });
+    // Output memory goes back to a free list once written, for the next block of the size.
+    std::mutex spare_mutex;
+    std::vector<std::unique_ptr<std::uint8_t[]>> spare;
+    std::int32_t spare_block_size = 0;
     OrderedPool pool(threads);
     try {
         for (;;) {
             auto block = std::make_shared<Bz2SymbolBlock>();
             if (!reader.Next(*block)) break;
-            auto bytes = std::make_shared<std::vector<std::uint8_t>>();
-            pool.Submit([block, bytes] { *bytes = DecodeBz2Block(*block); },
-                        [bytes, out] {
-                            if (out != nullptr) out->Write(*bytes);
-                        });
+            if (block->block_size != spare_block_size) {
+                std::lock_guard lock(spare_mutex);
+                spare.clear();
+                spare_block_size = block->block_size;
+            }
+            auto bytes = std::make_shared<Bz2Bytes>();
+            pool.Submit(
+                [block, bytes, &spare, &spare_mutex] {
+                    std::unique_ptr<std::uint8_t[]> memory;
+                    {
+                        std::lock_guard lock(spare_mutex);
+                        if (!spare.empty()) {
+                            memory = std::move(spare.back());
+                            spare.pop_back();
+                        }
+                    }
+                    *bytes = DecodeBz2Block(*block, std::move(memory));
+                },
+                [bytes, out, &spare, &spare_mutex, &spare_block_size, size = block->block_size] {
+                    if (out != nullptr) out->Write(bytes->Span());
+                    std::lock_guard lock(spare_mutex);
+                    if (size == spare_block_size) spare.push_back(std::move(bytes->data));
+                });
         }
     } catch (const Failure&) {
         // A block before the one that broke the stream may be the first bad one: its error
