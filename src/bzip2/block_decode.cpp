@@ -340,8 +340,16 @@ Progress BlockOutput(uint8_t* dst, int32_t dst_cap, uint8_t* buffer) {
             while (in != in_end) {
                 const uint8_t b = *in;
                 if (equal == 4) {
-                    if (out + b > in + 1) break;
-                    std::memset(out, last, b);
+                    if (b > in + 1 - out) break;  // the copies would reach unread bytes
+                    if (in - out >= 255) {
+                        // 16-byte stores past the copies land on bytes already read.
+                        const __m128i v = _mm_set1_epi8(static_cast<char>(last));
+                        for (uint32_t k = 0; k < b; k += 16) {
+                            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + k), v);
+                        }
+                    } else {
+                        std::memset(out, last, b);
+                    }
                     out += b;
                     equal = 0;
                     ++in;
