@@ -9,6 +9,7 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 zyrdc=${1:-$root/build/x86_64-release/tools/zyrdc/zyrdc}
 work=${2:-$(mktemp -d)}
+mkdir -p "$work"
 corpus=${ZYRDC_CORPUS:-$root/../shared/corpus}
 big="$work/big"
 : >"$big"
