@@ -29,7 +29,7 @@
 #include <string>
 #include <vector>
 
-#include "deflate_writer.hpp"
+#include "formats/deflate_writer.hpp"
 #include "zyrdc.h"
 
 #if defined(ZYRDC_HAVE_ZLIB)

@@ -25,7 +25,7 @@
 #include <string>
 #include <vector>
 
-#include "common.hpp"  // the built-in sample of the zyrdc program
+#include "bench/sample.hpp"  // the built-in sample of the zyrdc program
 #include "zyrdc.h"
 
 #if defined(ZYRDC_HAVE_LIBLZ4)

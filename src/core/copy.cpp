@@ -135,9 +135,14 @@ void ZeroAlignedBody(uint8_t* d, size_t n) {
     }
 }
 
+// The processor is asked only for copies past the threshold, and then once.
+bool Bypass(Stores stores, size_t n) {
+    return stores == Stores::Auto ? PreferStreamingStores(n) : stores == Stores::Bypass;
+}
+
 }  // namespace
 
-uint8_t* CopyBytesKernel(const uint8_t* src, uint8_t* dst, int32_t len) {
+uint8_t* CopyBytesKernel(const uint8_t* src, uint8_t* dst, int32_t len, Stores stores) {
     if (len <= 0) {
         return dst;
     }
@@ -149,7 +154,7 @@ uint8_t* CopyBytesKernel(const uint8_t* src, uint8_t* dst, int32_t len) {
     const size_t head = bytes_to_boundary(dst, 16);
     CopyNarrow(src, dst, head, true);
     const size_t body = (n - head) & ~static_cast<size_t>(15);
-    if (PreferStreamingStores(n)) {
+    if (Bypass(stores, n)) {
         CopyAlignedBody<true>(src + head, dst + head, body);
     } else {
         CopyAlignedBody<false>(src + head, dst + head, body);
@@ -159,7 +164,7 @@ uint8_t* CopyBytesKernel(const uint8_t* src, uint8_t* dst, int32_t len) {
     return dst;
 }
 
-uint8_t* ZeroBytesKernel(uint8_t* dst, int32_t len) {
+uint8_t* ZeroBytesKernel(uint8_t* dst, int32_t len, Stores stores) {
     if (len <= 0) {
         return dst;
     }
@@ -170,7 +175,7 @@ uint8_t* ZeroBytesKernel(uint8_t* dst, int32_t len) {
     }
     ZeroNarrow(dst, head, true);
     const size_t body = (n - head) & ~static_cast<size_t>(15);
-    if (PreferStreamingStores(n)) {
+    if (Bypass(stores, n)) {
         ZeroAlignedBody<true>(dst + head, body);
     } else {
         ZeroAlignedBody<false>(dst + head, body);

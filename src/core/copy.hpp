@@ -14,10 +14,14 @@ inline constexpr int32_t kShortCopyBytes = 64;
 // Above this length a copy may bypass the caches with non-temporal stores (speed only).
 inline constexpr int32_t kStreamingCopyBytes = 131072;
 
+// How a long copy or fill stores: Auto lets the processor's cache size decide (every
+// library caller); the fixed policies let tests reach both store paths on any machine.
+enum class Stores { Auto, Cached, Bypass };
+
 // Copies len bytes (none when len <= 0) and returns dst. No checks.
-uint8_t* CopyBytesKernel(const uint8_t* src, uint8_t* dst, int32_t len);
+uint8_t* CopyBytesKernel(const uint8_t* src, uint8_t* dst, int32_t len, Stores stores = Stores::Auto);
 // Sets len bytes to zero (none when len <= 0) and returns dst. No checks.
-uint8_t* ZeroBytesKernel(uint8_t* dst, int32_t len);
+uint8_t* ZeroBytesKernel(uint8_t* dst, int32_t len, Stores stores = Stores::Auto);
 
 // Byte-at-a-time twins of the kernels, for tests and benchmarks.
 uint8_t* CopyBytesScalar(const uint8_t* src, uint8_t* dst, int32_t len);

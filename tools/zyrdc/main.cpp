@@ -7,8 +7,8 @@
 #include <new>
 #include <string>
 
-#include "commands.hpp"
-#include "common.hpp"
+#include "cli/errors.hpp"
+#include "commands/commands.hpp"
 
 namespace zyrdc::tool {
 
