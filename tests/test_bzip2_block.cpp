@@ -32,7 +32,7 @@ struct Block {
 // The forward stages over bytes already in run-length form (`rle` true runs that stage too).
 Block Forward(const Bytes& data, bool rle) {
     Block b;
-    Bytes coded(data.size() * 5 / 4 + 8), table(256);
+    Bytes coded(data.size() * 5 / 4 + 8), table(264);  // the run-length record, then the move-to-front table
     int32_t n = static_cast<int32_t>(data.size()), len = static_cast<int32_t>(coded.size()), flush = 8;
     const uint8_t* p = data.data();
     if (rle) {
