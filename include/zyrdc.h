@@ -551,6 +551,22 @@ ZYRDC_API ZyrStatus zyrsUnpackHuffContext_BZ2_8u16u(const uint8_t** ppSrc, int32
  * any split; *pDstLen: capacity in, symbols out. */
 ZYRDC_API ZyrStatus zyrsDecodeHuff_BZ2_8u16u(const uint8_t** ppSrc, int32_t* pSrcLen,
     uint32_t* pCode, uint32_t* pCodeLenBits, uint16_t* pDst, int32_t* pDstLen, uint8_t* pState);
+/* bzip2 block stages: block decoder                                                   */
+/* ---------------------------------------------------------------------------------- */
+
+/* Writes the block buffer size for blocks of up to blockSize (1..900000) bytes of the
+ * transform: 4 * blockSize + 1152. */
+ZYRDC_API ZyrStatus zyrsDecodeBlockGetSize_BZ2_8u(int32_t blockSize, int32_t* pSize);
+/* Decodes a block's zero-run symbols (EOB stripped) to its bytes: srcLen >= 1 starts a block
+ * (in-use table not 0/1 or empty: Error; bad symbol, length or origPtr: CorruptStream),
+ * srcLen 0 continues one (none in progress with this blockSize: BadContext; pSrc and pInUse
+ * must still be non-null). *pDstLen: capacity in, bytes out; Ok at the block's end, DstFull
+ * to be continued. Pass the same pBuffer on every call of a block. With room for the whole
+ * transform (n + 256 bytes) the first call may use the destination beyond the bytes it
+ * reports as scratch. */
+ZYRDC_API ZyrStatus zyrsDecodeBlock_BZ2_16u8u(const uint16_t* pSrc, int32_t srcLen,
+    const uint8_t* pInUse, int32_t origPtr, int32_t blockSize, uint8_t* pDst, int32_t* pDstLen,
+    uint8_t* pBuffer);
 
 /* ---------------------------------------------------------------------------------- */
 /* ZFP compression of 4x4x4 float blocks                                               */

@@ -83,6 +83,21 @@ constexpr Command kCommands[] = {
      "repeatedly; the best pass gives MB/s (10^6 input bytes per second). Without files\n"
      "the input is a fixed 1 MiB mix of text, byte runs and random bytes.\n",
      RunBench},
+    {"bzip2", "[-d|-t] [-1..-9] [-T N] [-c] [-k] [-f] [IN [OUT]]",
+     "compress or decompress files in the .bz2 format of the bzip2 tool",
+     "  -1 .. -9           block size 100 kB .. 900 kB (default 9)\n"
+     "  -d, --decompress   decompress every stream of IN (concatenated streams too)\n"
+     "  -t, --test         decompress and check each IN, writing nothing\n"
+     "  -T, --threads N    blocks on N threads (default: the number of processors); the\n"
+     "                     output is the same for every N\n"
+     "  -c, --stdout       write to standard output (any number of INs, one after another)\n"
+     "  -k, --keep         keep IN (it is never removed)\n"
+     "  -f, --force        overwrite an existing output\n"
+     "IN OUT writes OUT; a single IN writes IN.bz2 (with -d: IN without .bz2); no IN, or\n"
+     "'-', reads standard input. Every block CRC and the stream CRC are checked; a damaged\n"
+     "or truncated file gives one error naming the block and leaves no output file.\n"
+     "Randomised blocks (written by bzip2 0.9.0 and older) are refused.\n",
+     RunBzip2},
     {"bwt", "[-d] [-f] IN OUT",
      "run a file through the bzip2 block stages into OUT, or back with -d",
      "  -d, --decompress  turn a file made by 'zyrdc bwt' back into the original\n"

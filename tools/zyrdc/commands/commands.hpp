@@ -31,5 +31,6 @@ int RunGzip(const Command& self, std::span<char* const> args);
 int RunLzop(const Command& self, std::span<char* const> args);
 int RunLzo(const Command& self, std::span<char* const> args);
 int RunLzss(const Command& self, std::span<char* const> args);
+int RunBzip2(const Command& self, std::span<char* const> args);
 
 }  // namespace zyrdc::tool
