@@ -113,7 +113,7 @@ private:
                 return 0;
             }
             const size_t n = std::min(len, static_cast<size_t>(dictSize_ - at));
-            for (size_t i = 0; i < n; ++i) op[i] = dict_[at + static_cast<ptrdiff_t>(i)];
+            CopyExact(op, dict_ + at, n);  // the dictionary lies apart from the destination
             return n;
         }
     }
