@@ -171,7 +171,7 @@ inline void MatchCopyExact(uint8_t* d, size_t off, size_t len) {
     }
     if (off == 0) return;
     if (len < 8) {
-        for (size_t i = 0; i < len; ++i) d[i] = d[i - off];
+        for (size_t i = 0; i < len; ++i) d[i] = *(d + i - off);
         return;
     }
     // The first 8 bytes of the pattern (building it may read d[0..8), inside the match),
@@ -200,7 +200,7 @@ inline void MatchCopyExact(uint8_t* d, size_t off, size_t len) {
         Copy8(d + len - 8, d + len - 8 - period8);
         return;
     }
-    for (; i < len; ++i) d[i] = d[i - off];
+    for (; i < len; ++i) d[i] = *(d + i - off);
 }
 
 // A match with `room` bytes writable from d (at least len): wide while the room allows it.
