@@ -10,6 +10,13 @@
 //   lz4_encode/liblz4/...           LZ4_compress_default
 //   lz4_fast4/zyrdc/...             zyrsEncodeLZ4Fast_8u, acceleration 4
 //   lz4_fast4/liblz4/...            LZ4_compress_fast, acceleration 4
+//   lz4_prefix/zyrdc/...            zyrsDecodeLZ4Dict_8u over linked 64 KiB blocks, each block's
+//                                   history the output before it (the prefix core)
+//   lz4_prefix/liblz4/...           LZ4_decompress_safe_usingDict on the same blocks, in place
+//   lz4_extdict/zyrdc/...           the same blocks, each with the 64 KiB before it as a
+//                                   dictionary elsewhere (the separate-dictionary core)
+//   lz4_extdict/liblz4/...          LZ4_decompress_safe_usingDict with that dictionary
+// The linked blocks come from LZ4_compress_fast_continue; without liblz4 those rows are left out.
 // Speeds count uncompressed bytes; the "compressed" counter is the block size.
 // The corpus folder is ZYRDC_CORPUS in the environment, else ../shared/corpus beside the
 // source tree; missing files are skipped. bench/lz4_ratios.py makes the docs tables.
@@ -40,7 +47,10 @@ struct Input {
     std::string label;
     Bytes data;
     Bytes block;  // the input coded by LZ4_compress_default, or by us without liblz4
+    std::vector<Bytes> linked;  // 64 KiB blocks, each coded with the ones before as history
 };
+
+constexpr int kLinkedBlock = 65536;
 
 int32_t Worst(size_t n) { return static_cast<int32_t>(n + n / 255 + 16); }
 
@@ -61,7 +71,7 @@ Bytes ReferenceBlock(const Bytes& in) {
 std::vector<std::unique_ptr<Input>> LoadInputs() {
     std::vector<std::unique_ptr<Input>> inputs;
     zyrdc::tool::Sample sample = zyrdc::tool::MakeSample();
-    inputs.push_back(std::make_unique<Input>(Input{"sample", std::move(sample.bytes), {}}));
+    inputs.push_back(std::make_unique<Input>(Input{"sample", std::move(sample.bytes), {}, {}}));
     const char* env = std::getenv("ZYRDC_CORPUS");
     const std::filesystem::path dir = env != nullptr ? env : ZYRDC_CORPUS_DIR;
     std::vector<std::filesystem::path> files;
@@ -73,9 +83,23 @@ std::vector<std::unique_ptr<Input>> LoadInputs() {
     for (const auto& file : files) {
         std::ifstream in(file, std::ios::binary);
         Bytes data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-        inputs.push_back(std::make_unique<Input>(Input{file.filename().string(), std::move(data), {}}));
+        inputs.push_back(std::make_unique<Input>(Input{file.filename().string(), std::move(data), {}, {}}));
     }
-    for (auto& in : inputs) in->block = ReferenceBlock(in->data);
+    for (auto& in : inputs) {
+        in->block = ReferenceBlock(in->data);
+#if defined(ZYRDC_HAVE_LIBLZ4)
+        LZ4_stream_t* stream = LZ4_createStream();
+        for (size_t pos = 0; pos < in->data.size(); pos += kLinkedBlock) {
+            const int len = static_cast<int>(std::min<size_t>(kLinkedBlock, in->data.size() - pos));
+            Bytes b(static_cast<size_t>(LZ4_compressBound(len)));
+            b.resize(static_cast<size_t>(LZ4_compress_fast_continue(
+                stream, reinterpret_cast<const char*>(in->data.data() + pos), reinterpret_cast<char*>(b.data()), len,
+                static_cast<int>(b.size()), 1)));
+            in->linked.push_back(std::move(b));
+        }
+        LZ4_freeStream(stream);
+#endif
+    }
     return inputs;
 }
 
@@ -111,6 +135,55 @@ int32_t ZyrFast4(const Input& in, uint8_t* out, uint8_t* table) {
 }
 
 #if defined(ZYRDC_HAVE_LIBLZ4)
+// History of the linked block that starts at pos: the output before it, at most 64 KiB.
+int32_t History(size_t pos) { return static_cast<int32_t>(std::min<size_t>(pos, kLinkedBlock)); }
+
+int32_t ZyrPrefix(const Input& in, uint8_t* out, uint8_t*) {
+    size_t pos = 0;
+    for (const Bytes& b : in.linked) {
+        const int32_t h = History(pos);
+        int32_t srcLen = static_cast<int32_t>(b.size());
+        int32_t cap = static_cast<int32_t>(in.data.size() - pos);
+        zyrsDecodeLZ4Dict_8u(b.data(), &srcLen, out, static_cast<int32_t>(pos), &cap, out + pos - h, h);
+        pos += static_cast<size_t>(cap);
+    }
+    return static_cast<int32_t>(pos);
+}
+// The dictionary is the input itself, apart from the output; 12 bytes of spare capacity, as
+// the separate-dictionary core asks.
+int32_t ZyrExtDict(const Input& in, uint8_t* out, uint8_t*) {
+    size_t pos = 0;
+    for (const Bytes& b : in.linked) {
+        const int32_t h = History(pos);
+        int32_t srcLen = static_cast<int32_t>(b.size());
+        int32_t cap = static_cast<int32_t>(std::min<size_t>(kLinkedBlock, in.data.size() - pos)) + 12;
+        zyrsDecodeLZ4Dict_8u(b.data(), &srcLen, out + pos - h, h, &cap, in.data.data() + pos - h, h);
+        pos += static_cast<size_t>(cap);
+    }
+    return static_cast<int32_t>(pos);
+}
+
+int32_t PeerPrefix(const Input& in, uint8_t* out, uint8_t*) {
+    size_t pos = 0;
+    for (const Bytes& b : in.linked) {
+        const int32_t h = History(pos);
+        pos += static_cast<size_t>(LZ4_decompress_safe_usingDict(
+            reinterpret_cast<const char*>(b.data()), reinterpret_cast<char*>(out + pos), static_cast<int>(b.size()),
+            static_cast<int>(in.data.size() - pos), reinterpret_cast<const char*>(out + pos - h), h));
+    }
+    return static_cast<int32_t>(pos);
+}
+int32_t PeerExtDict(const Input& in, uint8_t* out, uint8_t*) {
+    size_t pos = 0;
+    for (const Bytes& b : in.linked) {
+        const int32_t h = History(pos);
+        const int cap = static_cast<int>(std::min<size_t>(kLinkedBlock, in.data.size() - pos)) + 12;
+        pos += static_cast<size_t>(LZ4_decompress_safe_usingDict(
+            reinterpret_cast<const char*>(b.data()), reinterpret_cast<char*>(out + pos), static_cast<int>(b.size()), cap,
+            reinterpret_cast<const char*>(in.data.data() + pos - h), h));
+    }
+    return static_cast<int32_t>(pos);
+}
 int32_t PeerDecode(const Input& in, uint8_t* out, uint8_t*) {
     LZ4_decompress_safe(reinterpret_cast<const char*>(in.block.data()), reinterpret_cast<char*>(out),
                         static_cast<int>(in.block.size()), static_cast<int>(in.data.size()));
@@ -143,6 +216,10 @@ const Entry kEntries[] = {
     {"lz4_fast4/zyrdc", ZyrFast4},
 #if defined(ZYRDC_HAVE_LIBLZ4)
     {"lz4_fast4/liblz4", PeerFast4},
+    {"lz4_prefix/zyrdc", ZyrPrefix},
+    {"lz4_prefix/liblz4", PeerPrefix},
+    {"lz4_extdict/zyrdc", ZyrExtDict},
+    {"lz4_extdict/liblz4", PeerExtDict},
 #endif
 };
 

@@ -8,40 +8,36 @@
 
 #include "core/bits.hpp"
 #include "core/cpu.hpp"
+#include "core/match_copy.hpp"
 
 namespace zyrdc {
 
 namespace {
 
-inline void copy1(const uint8_t* s, uint8_t* d) { d[0] = s[0]; }
-inline void copy2(const uint8_t* s, uint8_t* d) { store_u16le(d, load_u16le(s)); }
-inline void copy4(const uint8_t* s, uint8_t* d) { store_u32le(d, load_u32le(s)); }
-inline void copy8(const uint8_t* s, uint8_t* d) { store_u64le(d, load_u64le(s)); }
-inline void copy16(const uint8_t* s, uint8_t* d) {
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d),
-                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
-}
+// Units narrower than the engine's, in its argument order (destination first).
+inline void Copy1(uint8_t* d, const uint8_t* s) { d[0] = s[0]; }
+inline void Copy2(uint8_t* d, const uint8_t* s) { store_u16le(d, load_u16le(s)); }
 
 // Below kShortCopyBytes: 16-byte units from the end, then 8, 4, 2, 1 towards the start.
 void CopyShortBackward(const uint8_t* s, uint8_t* d, size_t n) {
     while (n >= 16) {
         n -= 16;
-        copy16(s + n, d + n);
+        Copy16(d + n, s + n);
     }
     if (n & 8) {
         n -= 8;
-        copy8(s + n, d + n);
+        Copy8(d + n, s + n);
     }
     if (n & 4) {
         n -= 4;
-        copy4(s + n, d + n);
+        Copy4(d + n, s + n);
     }
     if (n & 2) {
         n -= 2;
-        copy2(s + n, d + n);
+        Copy2(d + n, s + n);
     }
     if (n & 1) {
-        copy1(s, d);
+        Copy1(d, s);
     }
 }
 
@@ -65,10 +61,10 @@ void NarrowStores(size_t k, bool head, Move move) {
 void CopyNarrow(const uint8_t* s, uint8_t* d, size_t k, bool head) {
     NarrowStores(k, head, [s, d](size_t i, unsigned w) {
         switch (w) {
-            case 1: copy1(s + i, d + i); break;
-            case 2: copy2(s + i, d + i); break;
-            case 4: copy4(s + i, d + i); break;
-            default: copy8(s + i, d + i); break;
+            case 1: Copy1(d + i, s + i); break;
+            case 2: Copy2(d + i, s + i); break;
+            case 4: Copy4(d + i, s + i); break;
+            default: Copy8(d + i, s + i); break;
         }
     });
 }

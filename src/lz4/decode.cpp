@@ -4,12 +4,12 @@
 #include <emmintrin.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
 
 #include "core/bits.hpp"
 #include "core/copy.hpp"
+#include "core/match_copy.hpp"
 #include "lz4/lz4.hpp"
 
 namespace zyrdc::lz4 {
@@ -29,30 +29,19 @@ constexpr ptrdiff_t kSrcTail = 8;
 constexpr ptrdiff_t kPrefixDstTail = 8;
 constexpr ptrdiff_t kSeparateDstTail = 12;
 
-// The fast path's widest writes: literals in 32-byte blocks (up to 31 bytes beyond the run)
-// and matches in 16-byte stores (up to 15 beyond). The destination margin keeps a sequence
-// that starts inside it, with at most 32 literals, clear of the end; longer runs and matches
-// are measured against the margin before they are copied.
-constexpr ptrdiff_t kLiteralBlock = 32;
+// The fast path's widest writes: a literal run below 15 as one 16-byte unit, longer runs in
+// 16-byte units (up to 15 bytes beyond the run), a match below 19 bytes as three 8-byte
+// units (up to 6 beyond), longer ones through the wide engine (up to 15 beyond). A sequence
+// that starts inside the destination margin with at most 32 literals and a short match
+// therefore writes nothing past the margin, and one whose run is below 15 reads at most 19
+// bytes after its token: the common case needs no test of its own. Longer runs and matches
+// are measured against the margins before they are copied.
 constexpr ptrdiff_t kShortLiterals = 32;
-static_assert(kShortLiterals + kLiteralBlock <= kDstMargin);
-// Literal reads run up to 31 bytes past the run, which must end before the source margin.
-static_assert(kLiteralBlock - 1 < kSrcMarginDict && kSrcMarginDict < kSrcMarginPlain);
-
-inline void Copy16(uint8_t* d, const uint8_t* s) {
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d),
-                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
-}
-
-// 16 bytes as two 8-byte moves, both loads first. Matches read output written moments
-// before, still in the store queue; an 8-byte load lies within one earlier store more often
-// than a 16-byte one does, and only then is it forwarded without waiting (measured: a few
-// per cent on files with many short sequences).
-inline void Copy8Pair(uint8_t* d, const uint8_t* s) {
-    const uint64_t a = load_u64le(s), b = load_u64le(s + 8);
-    store_u64le(d, a);
-    store_u64le(d + 8, b);
-}
+static_assert(kShortLiterals + 24 <= kDstMargin);
+static_assert(kShortLiterals + static_cast<ptrdiff_t>(kWideCopySlack) <= kDstMargin);
+// Literal reads run up to 15 bytes past the run, which must end before the source margin.
+static_assert(static_cast<ptrdiff_t>(kWideCopySlack) - 1 < kSrcMarginDict && kSrcMarginDict < kSrcMarginPlain);
+static_assert(1 + 16 + 2 <= kSrcMarginDict);
 
 enum class RunEnd { Done, SourceEnd, Overflow };
 
@@ -76,104 +65,6 @@ inline RunEnd ReadRun(const uint8_t*& ip, const uint8_t* iend, uint32_t& total) 
 inline bool Wraps(const void* p, uint32_t n) {
     const uintptr_t a = reinterpret_cast<uintptr_t>(p);
     return a + n < a;
-}
-
-// ---- match copies ------------------------------------------------------------------------
-
-// Largest multiple of the offset that fits in 16 bytes, and 8 mod offset, for offsets 1..15.
-constexpr auto kPatternStride = [] {
-    std::array<uint8_t, 16> t{};
-    for (unsigned o = 1; o < 16; ++o) t[o] = static_cast<uint8_t>(16 / o * o);
-    return t;
-}();
-constexpr auto kEightModOffset = [] {
-    std::array<uint8_t, 16> t{};
-    for (unsigned o = 1; o < 16; ++o) t[o] = static_cast<uint8_t>(8 % o);
-    return t;
-}();
-static_assert(kPatternStride[3] == 15 && kPatternStride[7] == 14 && kPatternStride[9] == 9);
-
-
-// The 16 bytes that a match of offset 1..15 writes first: the `off` bytes before d repeated.
-// Reads up to 8 bytes past d - off + 8, i.e. at most 8 bytes from d on, whose old content
-// is masked away.
-inline __m128i RepeatPattern(const uint8_t* d, size_t off) {
-    const uint8_t* s = d - off;
-    uint64_t lo, hi;
-    if (off < 8) {
-        // Double the period until it fills 8 bytes; the second 8 bytes are the first ones
-        // rotated by 8 mod off (bytes that both halves cover agree, so OR joins them).
-        uint64_t p = load_u64le(s) & ((uint64_t{1} << (8 * off)) - 1);
-        p |= p << (8 * off);
-        if (off < 4) p |= p << (16 * off);
-        if (off < 2) p |= p << (32 * off);
-        const unsigned r = kEightModOffset[off];
-        lo = p;
-        hi = (p >> (8 * r)) | (p << (8 * (off - r)));
-    } else {
-        lo = load_u64le(s);
-        const unsigned extra = static_cast<unsigned>(off) - 8;  // bytes of s[8..] in the period
-        const uint64_t mask = extra == 0 ? 0 : (uint64_t{1} << (8 * extra)) - 1;
-        hi = (load_u64le(s + 8) & mask) | (lo << (8 * extra));
-    }
-    return _mm_set_epi64x(static_cast<long long>(hi), static_cast<long long>(lo));
-}
-
-// Match of `len` bytes at d from d - off, with byte-by-byte semantics (an offset below the
-// length repeats the last `off` bytes; offset 0 leaves the bytes as they are). May write up
-// to 15 bytes past the match.
-inline void CopyMatchWide(uint8_t* d, size_t off, size_t len) {
-    if (off >= 16) {
-        // 16 bytes, then 16 or 32 a step (32 once both halves of a step come from before
-        // it).
-        Copy8Pair(d, d - off);
-        if (len <= 16) return;
-        Copy16(d + 16, d + 16 - off);
-        if (len <= 32) return;
-        if (off >= 32) {
-            for (size_t i = 32; i < len; i += 32) {
-                const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i - off));
-                const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i + 16 - off));
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i), a);
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i + 16), b);
-            }
-        } else {
-            for (size_t i = 32; i < len; i += 16) Copy16(d + i, d + i - off);
-        }
-    } else if (len <= off) {
-        Copy16(d, d - off);  // one load before the store: the first `len` bytes are right
-    } else if (off != 0) {
-        const __m128i v = RepeatPattern(d, off);
-        const size_t stride = kPatternStride[off];
-        for (size_t i = 0; i < len; i += stride) {
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i), v);
-        }
-    }
-}
-
-// The same, writing exactly `len` bytes.
-inline void CopyMatchExact(uint8_t* d, size_t off, size_t len) {
-    if (off >= len) {
-        CopyBytesKernel(d - off, d, static_cast<int32_t>(len));
-        return;
-    }
-    if (off == 0) {
-        return;
-    }
-    size_t i = 0;
-    if (len >= 16) {
-        if (off >= 16) {
-            for (; i + 16 <= len; i += 16) Copy16(d + i, d + i - off);
-            Copy16(d + len - 16, d + len - 16 - off);  // rewrites finished bytes with themselves
-            return;
-        }
-        const __m128i v = RepeatPattern(d, off);
-        const size_t stride = kPatternStride[off];
-        for (; i + 16 <= len; i += stride) {
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i), v);
-        }
-    }
-    for (; i < len; ++i) d[i] = *(d + i - off);
 }
 
 // ---- the cores -------------------------------------------------------------------------------
@@ -222,7 +113,7 @@ private:
                 return 0;
             }
             const size_t n = std::min(len, static_cast<size_t>(dictSize_ - at));
-            for (size_t i = 0; i < n; ++i) op[i] = dict_[at + static_cast<ptrdiff_t>(i)];
+            CopyExact(op, dict_ + at, n);  // the dictionary lies apart from the destination
             return n;
         }
     }
@@ -243,40 +134,64 @@ private:
         const uint8_t* const ilimit = iend_ - kSrcMargin;
         uint8_t* const olimit = oend_ - kDstMargin;
         const uint8_t* const lowest = out_ - history_;  // the history's first byte
+        // The first byte a match may read in memory: the separate dictionary's bytes are
+        // elsewhere, so a match that reaches before this one takes the long way.
+        const ptrdiff_t inMemory = C == Core::Separate ? history_ - dictSize_ : history_;
+        const uintptr_t lowMem = reinterpret_cast<uintptr_t>(out_) - static_cast<uintptr_t>(inMemory);
         while (ip <= ilimit && op <= olimit) {
             const uint8_t* p = ip;
             const uint32_t token = *p++;
             uint32_t lit = token >> 4;
-            if (lit == 15 && ReadRun(p, iend, lit) != RunEnd::Done) break;
-            if (static_cast<ptrdiff_t>(lit) > ilimit - p ||
-                (lit > kShortLiterals && static_cast<ptrdiff_t>(lit) > olimit - op)) {
-                break;
+            uint8_t* m;
+            if (__builtin_expect(lit < 15, 1)) {
+                // The common case needs no test: the unit stays inside both margins, and the
+                // run ends far enough from the source end that no end rule can apply to it.
+                Copy16(op, p);
+                m = op + lit;
+                p += lit;
+            } else {
+                // The first length byte lies inside the source margin; most runs end there.
+                const uint32_t b = *p++;
+                lit += b;
+                if (b == 255 && ReadRun(p, iend, lit) != RunEnd::Done) break;
+                if (static_cast<ptrdiff_t>(lit) > ilimit - p ||
+                    (lit > kShortLiterals && static_cast<ptrdiff_t>(lit) > olimit - op)) {
+                    break;
+                }
+                CopyWide(op, p, lit);
+                m = op + lit;
+                p += lit;
             }
-            const uint8_t* const lits = p;
-            p += lit;
             const size_t off = load_u16le(p);
             p += 2;
             uint32_t mlen = token & 15;
-            if (mlen == 15 && ReadRun(p, iend, mlen) != RunEnd::Done) break;
+            const uintptr_t from = reinterpret_cast<uintptr_t>(m) - off;
+            if (__builtin_expect(mlen != 15 && off >= 8, 1) && __builtin_expect(from >= lowMem, 1)) {
+                // At most 18 bytes from at least 8 back: three 8-byte moves, each reading
+                // bytes already final (the second and third may come from the one before).
+                const uint8_t* const match = m - off;
+                Copy8(m, match);
+                Copy8(m + 8, match + 8);
+                Copy8(m + 16, match + 16);
+                ip = p;
+                op = m + mlen + kMinMatch;
+                continue;
+            }
+            if (mlen == 15) {
+                const uint32_t b = *p++;  // still inside the source margin
+                mlen += b;
+                if (b == 255 && ReadRun(p, iend, mlen) != RunEnd::Done) break;
+            }
             mlen += kMinMatch;
-            uint8_t* const m = op + lit;
             if (static_cast<ptrdiff_t>(mlen) > olimit - m || static_cast<ptrdiff_t>(off) > m - lowest) {
                 break;
-            }
-            Copy8Pair(op, lits);
-            if (lit > 16) {
-                Copy16(op + 16, lits + 16);
-                for (uint32_t i = 32; i < lit; i += kLiteralBlock) {
-                    Copy16(op + i, lits + i);
-                    Copy16(op + i + 16, lits + i + 16);
-                }
             }
             size_t fromDict = 0;
             if constexpr (C == Core::Separate) {
                 fromDict = CopyFromDictionary(m, off, mlen);
             }
             if (fromDict < mlen) {
-                CopyMatchWide(m + fromDict, off, mlen - fromDict);
+                MatchCopyWide(m + fromDict, off, mlen - fromDict);
             }
             ip = p;
             op = m + mlen;
@@ -363,7 +278,7 @@ private:
             len = static_cast<size_t>(oend_ - op);
         }
         const size_t fromDict = CopyFromDictionary(op, off, len);
-        CopyMatchExact(op + fromDict, off, len - fromDict);
+        MatchCopyExact(op + fromDict, off, len - fromDict);
         op += len;
         if (full) {
             r = Stop(StatusDstFull, ip, op);

@@ -9,6 +9,7 @@
 
 #include "core/bits.hpp"
 #include "core/copy.hpp"
+#include "core/match_copy.hpp"
 #include "lz4/lz4.hpp"
 
 namespace zyrdc::lz4 {
@@ -37,11 +38,6 @@ constexpr int kBatches = 16;
 // The encoders' steps are small functions that must melt into one loop per encoder, so that
 // their state stays in registers; the compilers' size heuristics would keep some apart.
 #define ZYRDC_INLINE [[gnu::always_inline]] inline
-
-inline void Copy16(uint8_t* d, const uint8_t* s) {
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d),
-                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
-}
 
 // Continuation bytes of a count whose nibble is 15.
 constexpr uint32_t RunBytes(uint32_t count) {

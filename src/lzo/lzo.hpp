@@ -19,7 +19,7 @@ inline constexpr uint32_t kMaxSegments = 32;
 inline constexpr size_t kContainerFixedBytes = 3;  // tag, n, n ^ tag; then 4 bytes per segment
 
 // How a plain-stream decoder copies. Every variant writes the same bytes below the decoded
-// length; the wide ones may store up to kWildSlack - 1 bytes past the end of a copy while
+// length; the wide ones may store up to kWideCopySlack - 1 bytes past the end of a copy while
 // that much room is left in the destination.
 enum class Copies {
     Wide,      // 16-byte units, overshooting where the destination has room
