@@ -1,10 +1,13 @@
-// deflate_support.hpp - helpers of the Deflate tests: varied input data, re-expansion of the
-// matcher's streams, and raw Deflate decoding by whichever peer this build has (zlib's
-// inflate with windowBits -15, else libdeflate).
+// deflate_support.hpp - helpers of the Deflate and Inflate tests: varied input data,
+// re-expansion of the matcher's streams, canonical codes, a bit writer for hand-made streams,
+// decoding through zyrsInflate_8u one-shot and in pieces, and raw Deflate decoding by
+// whichever peer this build has (zlib's inflate with windowBits -15, else libdeflate).
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -98,15 +101,18 @@ inline std::vector<HuffCodeEntry> CanonicalCodes(const std::vector<uint8_t>& len
     return codes;
 }
 
-// The fixed literal/length code (its first 286 symbols) and the fixed distance code.
-inline std::vector<HuffCodeEntry> FixedLitCodes() {
+// The fixed literal/length code (its first n of 288 symbols) and the fixed distance code (of
+// 32, the last two never valid in a stream).
+inline std::vector<HuffCodeEntry> FixedLitCodes(size_t n = 286) {
     std::vector<uint8_t> lens(288);
     for (int s = 0; s < 288; ++s) lens[s] = static_cast<uint8_t>(s < 144 ? 8 : s < 256 ? 9 : s < 280 ? 7 : 8);
     auto codes = CanonicalCodes(lens);
-    codes.resize(286);
+    codes.resize(n);
     return codes;
 }
-inline std::vector<HuffCodeEntry> FixedDistCodes() { return CanonicalCodes(std::vector<uint8_t>(30, 5)); }
+inline std::vector<HuffCodeEntry> FixedDistCodes(size_t n = 30) {
+    return CanonicalCodes(std::vector<uint8_t>(n, 5));
+}
 
 inline uint16_t U16(const InflateHuffTable& t, size_t byteOffset) {
     uint16_t v;
@@ -122,8 +128,9 @@ inline bool HavePeerInflate() {
 #endif
 }
 
-// Decodes a raw Deflate stream of a known decoded size with the peer; empty on any error.
-inline std::vector<uint8_t> PeerInflate(const std::vector<uint8_t>& stream, size_t size) {
+// Decodes a raw Deflate stream with the peer into at most `size` bytes; nothing on any error
+// (or without a peer).
+inline std::optional<std::vector<uint8_t>> PeerInflate(const std::vector<uint8_t>& stream, size_t size) {
     std::vector<uint8_t> out(size + 1);
 #if defined(ZYRDC_HAVE_ZLIB)
     z_stream z{};
@@ -146,8 +153,80 @@ inline std::vector<uint8_t> PeerInflate(const std::vector<uint8_t>& stream, size
     out.resize(got);
 #else
     (void)stream;
+    return {};
 #endif
     return out;
 }
+
+struct Inflated {
+    ZyrStatus status;
+    std::vector<uint8_t> out;
+    size_t consumed;      // source bytes
+    uint32_t heldBits;    // held bit count at the end
+};
+
+// One call over the whole stream into a buffer of `cap` bytes (at least 1), after `dict`.
+inline Inflated InflateOnce(const std::vector<uint8_t>& stream, size_t cap,
+                            const std::vector<uint8_t>& dict = {}) {
+    std::vector<uint8_t> buf(dict);
+    buf.resize(dict.size() + std::max<size_t>(cap, 1));
+    static const uint8_t kEmpty = 0;
+    const uint8_t* src = stream.empty() ? &kEmpty : stream.data();
+    int32_t srcLen = static_cast<int32_t>(stream.size()), dstIdx = static_cast<int32_t>(dict.size()), mode = 0;
+    uint32_t code = 0, bits = 0;
+    InflateHuffTable table;
+    const ZyrStatus s = zyrsInflate_8u(&src, &srcLen, &code, &bits, buf.data(), static_cast<int32_t>(buf.size()),
+                                       &dstIdx, 0, &mode, &table);
+    return {s, std::vector<uint8_t>(buf.begin() + static_cast<long>(dict.size()), buf.begin() + dstIdx),
+            stream.size() - static_cast<size_t>(srcLen), bits};
+}
+
+// Decodes with the source given in random pieces (0 = one byte at a time) and the room in
+// random amounts (0 = one byte a call), sliding the history as a streaming caller does.
+inline Inflated InflatePieces(const std::vector<uint8_t>& stream, std::mt19937& rng, size_t maxPiece,
+                              size_t maxRoom) {
+    constexpr size_t kHistory = 32768;
+    std::vector<uint8_t> buf(kHistory + std::max<size_t>(maxRoom, 1) + 1), out;
+    InflateHuffTable table;
+    int32_t dstIdx = 0, mode = 0;
+    uint32_t code = 0, bits = 0;
+    size_t off = 0, fed = 0;
+    auto more = [&] { return maxPiece == 0 ? 1 : 1 + rng() % maxPiece; };
+    fed = std::min(stream.size(), more());
+    for (;;) {
+        static const uint8_t kEmpty = 0;
+        const uint8_t* src = fed > off ? stream.data() + off : &kEmpty;
+        int32_t srcLen = static_cast<int32_t>(fed - off);
+        const size_t room = maxRoom == 0 ? 1 : 1 + rng() % maxRoom;
+        const int32_t start = dstIdx;
+        const ZyrStatus s = zyrsInflate_8u(&src, &srcLen, &code, &bits, buf.data(),
+                                           dstIdx + static_cast<int32_t>(room), &dstIdx, 0, &mode, &table);
+        out.insert(out.end(), buf.begin() + start, buf.begin() + dstIdx);
+        if (s < 0 || s == StatusOk) return {s, out, s < 0 ? off : fed - static_cast<size_t>(srcLen), bits};
+        off = fed - static_cast<size_t>(srcLen);
+        if (s == StatusSrcExhausted) {
+            if (fed == stream.size()) return {s, out, off, bits};
+            fed = std::min(stream.size(), fed + more());
+        }
+        if (dstIdx > static_cast<int32_t>(kHistory)) {  // keep 32 KiB of history at the front
+            std::copy(buf.begin() + dstIdx - static_cast<long>(kHistory), buf.begin() + dstIdx, buf.begin());
+            dstIdx = static_cast<int32_t>(kHistory);
+        }
+    }
+}
+
+// Bits least significant first, as Deflate sends them.
+struct BitWriter {
+    std::vector<uint8_t> bytes;
+    uint32_t n = 0;
+    void Put(uint32_t v, uint32_t len) {
+        for (uint32_t i = 0; i < len; ++i, ++n) {
+            if (n % 8 == 0) bytes.push_back(0);
+            bytes.back() |= static_cast<uint8_t>(((v >> i) & 1) << (n % 8));
+        }
+    }
+    void Code(const HuffCodeEntry& e) { Put(e.code, e.len); }
+    void Align() { n = static_cast<uint32_t>(bytes.size() * 8); }
+};
 
 }  // namespace zyrdc::test

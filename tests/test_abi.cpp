@@ -75,15 +75,11 @@ constexpr ZyrStatus kOk = StatusOk, kNull = StatusNullPointer, kSize = StatusBad
 
 const Row kRows[] = {
     // The checked routines the families share: null before length.
-    {kNull, CALL(zyrdc::CopyBytes_8u(nullptr, a.out, 0))},
-    {kNull, CALL(zyrdc::CopyBytes_8u(a.in, nullptr, 4))},
-    {kSize, CALL(zyrdc::CopyBytes_8u(a.in, a.out, 0))},
-    {kSize, CALL(zyrdc::CopyBytes_8u(a.in, a.out, -1))},
+    {kNull, CALL(zyrdc::CopyBytes_8u(nullptr, a.out, 0))}, {kNull, CALL(zyrdc::CopyBytes_8u(a.in, nullptr, 4))},
+    {kSize, CALL(zyrdc::CopyBytes_8u(a.in, a.out, 0))}, {kSize, CALL(zyrdc::CopyBytes_8u(a.in, a.out, -1))},
     {kOk, CALL(zyrdc::CopyBytes_8u(a.in, a.out, 4)), AFTER(a.out[3] == 'a' && a.out[4] == 0xEE)},
-    {kNull, CALL(zyrdc::ZeroFill_32u(nullptr, 0))},
-    {kSize, CALL(zyrdc::ZeroFill_32u(&a.value, 0))},
-    {kNull, CALL(zyrdc::ZeroFill_16u(nullptr, -5))},
-    {kSize, CALL(zyrdc::ZeroFill_16u(a.words, 0))},
+    {kNull, CALL(zyrdc::ZeroFill_32u(nullptr, 0))}, {kSize, CALL(zyrdc::ZeroFill_32u(&a.value, 0))},
+    {kNull, CALL(zyrdc::ZeroFill_16u(nullptr, -5))}, {kSize, CALL(zyrdc::ZeroFill_16u(a.words, 0))},
     // Checksums. A null Adler-32 source starts a checksum whatever the length, and an empty
     // Adler-32 call still reduces both halves; CRC-32C refuses only a length of 0.
     {kNull, CALL(zyrsAdler32_8u(nullptr, 0, nullptr))},
@@ -91,17 +87,12 @@ const Row kRows[] = {
     {kOk, CALL(zyrsAdler32_8u(nullptr, -3, &a.value)), AFTER(a.value == 1)},
     {kOk, CALL(a.value = ~0u, zyrsAdler32_8u(a.in, 0, &a.value)), AFTER(a.value == 0x000E000Eu)},
     {kOk, CALL(a.value = ~0u, zyrsAdler32_8u(a.in, -1, &a.value)), AFTER(a.value == 0x000E000Eu)},
-    {kNull, CALL(zyrsCRC32_8u(nullptr, 0, &a.value))},
-    {kNull, CALL(zyrsCRC32_8u(a.in, 9, nullptr))},
-    {kSize, CALL(zyrsCRC32_8u(a.in, 0, &a.value))},
-    {kSize, CALL(zyrsCRC32_8u(a.in, -1, &a.value))},
-    {kNull, CALL(zyrsCRC32C_8u(nullptr, 0, &a.value))},
-    {kNull, CALL(zyrsCRC32C_8u(a.in, 9, nullptr))},
+    {kNull, CALL(zyrsCRC32_8u(nullptr, 0, &a.value))}, {kNull, CALL(zyrsCRC32_8u(a.in, 9, nullptr))},
+    {kSize, CALL(zyrsCRC32_8u(a.in, 0, &a.value))}, {kSize, CALL(zyrsCRC32_8u(a.in, -1, &a.value))},
+    {kNull, CALL(zyrsCRC32C_8u(nullptr, 0, &a.value))}, {kNull, CALL(zyrsCRC32C_8u(a.in, 9, nullptr))},
     {kSize, CALL(zyrsCRC32C_8u(a.in, 0, &a.value))},
-    {kNull, CALL(zyrsCRC32_BZ2_8u(nullptr, 0, &a.value))},
-    {kNull, CALL(zyrsCRC32_BZ2_8u(a.in, 9, nullptr))},
-    {kSize, CALL(zyrsCRC32_BZ2_8u(a.in, 0, &a.value))},
-    {kSize, CALL(zyrsCRC32_BZ2_8u(a.in, -1, &a.value))},
+    {kNull, CALL(zyrsCRC32_BZ2_8u(nullptr, 0, &a.value))}, {kNull, CALL(zyrsCRC32_BZ2_8u(a.in, 9, nullptr))},
+    {kSize, CALL(zyrsCRC32_BZ2_8u(a.in, 0, &a.value))}, {kSize, CALL(zyrsCRC32_BZ2_8u(a.in, -1, &a.value))},
     // Deflate: the matcher level first (before a null ppSrc), then pointers (a null *ppSrc before
     // a bad window size), sizes (before a bad parameter record) and the record; a single-probe
     // record (maxChain 0) ignores its other fields. The dictionary's hashSize is signed.
@@ -109,14 +100,11 @@ const Row kRows[] = {
     {kNull, CALL(Lz77(a, {.level = 1, .nullPpSrc = true}))},
     {kNull, CALL(Lz77(a, {.nullWindow = true}))},
     {kNull, CALL(Lz77(a, {.level = kSlow, .nullSrc = true, .winSize = 1}))},
-    {kSize, CALL(Lz77(a, {.winSize = 255}))},
-    {kSize, CALL(Lz77(a, {.level = 6, .winSize = 32769}))},
+    {kSize, CALL(Lz77(a, {.winSize = 255}))}, {kSize, CALL(Lz77(a, {.level = 6, .winSize = 32769}))},
     {kSize, CALL(Lz77(a, {.hashSize = 65537}))},
     {kSize, CALL(Lz77(a, {.level = kSlow, .hashSize = 255, .params = {0, 8, 8, 8}}))},
-    {kArg, CALL(Lz77(a, {.params = {-1, 8, 8, 8}}))},
-    {kArg, CALL(Lz77(a, {.params = {4, 8, 3, 8}}))},
-    {kArg, CALL(Lz77(a, {.params = {4, 8, 8, 3}}))},
-    {kOk, CALL(Lz77(a, {.params = {0, 0, 0, 0}}))},
+    {kArg, CALL(Lz77(a, {.params = {-1, 8, 8, 8}}))}, {kArg, CALL(Lz77(a, {.params = {4, 8, 3, 8}}))},
+    {kArg, CALL(Lz77(a, {.params = {4, 8, 8, 3}}))}, {kOk, CALL(Lz77(a, {.params = {0, 0, 0, 0}}))},
     {kArg, CALL(Lz77(a, {.level = kSlow, .params = {0, 8, 8, 8}}))},
     {kArg, CALL(Lz77(a, {.level = kSlow, .params = {4, 3, 8, 8}}))},
     {kArg, CALL(Lz77(a, {.level = kSlow, .params = {4, 8, 8, 3}}))},
@@ -139,7 +127,8 @@ const Row kRows[] = {
     {kSize, CALL(zyrsInflateBuildHuffTable(a.words, 288, 31, &a.table))},
     // bzip2 stages, where the checks depart from null-then-size or could run out of order: a
     // null *ppSrc before a bad size, the destination size second, no size check in the decoder
-    // flush, an unknown strategy passed over, the index checked against n only.
+    // flush, an unknown strategy passed over, the index checked against n only. A dictionary
+    // size that does not match the in-use table leaves the data alone.
     {kNull, CALL(zyrsRLEGetSize_BZ2_8u(nullptr))},
     {kOk, CALL(zyrsRLEGetSize_BZ2_8u(&a.size)), AFTER(a.size == 264)},
     {kNull, CALL(zyrsEncodeRLE_BZ2_8u(&a.noSrc, &a.zero, a.out, &a.dstLen, a.state))},
@@ -149,6 +138,7 @@ const Row kRows[] = {
     {kNull, CALL(zyrsDecodeRLEStateFlush_BZ2_8u(a.state, &a.noDst, &a.dstLen))},
     {kNull, CALL(zyrsReduceDictionary_8u_I(a.state, a.out, 8, nullptr))},
     {kSize, CALL(zyrsExpandDictionary_8u_I(a.state, a.out, 8, 0))},
+    {StatusError, CALL(zyrsExpandDictionary_8u_I(a.state, a.out, 8, 1))},
     {kSize, CALL(zyrsBWTFwdGetBufSize_SelectSort_8u(0, &a.usize, 9))},
     {kOk, CALL(zyrsBWTFwdGetBufSize_SelectSort_8u(10, &a.usize, 4)), AFTER(a.usize == kKeep)},
     {kNull, CALL(zyrsBWTFwd_8u(a.in, a.out, 0, &a.srcIdx, nullptr))},
@@ -157,8 +147,7 @@ const Row kRows[] = {
     {kNull, CALL(zyrsBWTInv_8u(nullptr, a.out, 0, 0, a.out))},
     {kSize, CALL(zyrsBWTInv_8u(a.in, a.out, 16, 16, a.out))},
     {kSize, CALL(zyrsBWTInv_8u(a.in, a.out, 0, -1, a.out))},
-    {kNull, CALL(zyrsMTFGetSize_8u(nullptr))},
-    {kOk, CALL(zyrsMTFGetSize_8u(&a.size)), AFTER(a.size == 256)},
+    {kNull, CALL(zyrsMTFGetSize_8u(nullptr))}, {kOk, CALL(zyrsMTFGetSize_8u(&a.size)), AFTER(a.size == 256)},
     {kSize, CALL(zyrsMTFFwd_8u(a.in, a.out, 0, a.state))},
     {kNull, CALL(zyrsEncodeZ1Z2_BZ2_8u16u(&a.src, &a.zero, a.words, &a.dstLen, nullptr))},
     {kSize, CALL(zyrsDecodeZ1Z2_BZ2_16u8u(&a.cwords, &a.srcLen, a.out, &a.zero))},

@@ -1,17 +1,15 @@
-// The fastest single-pass mode: length-limited codes against a reference package-merge and a
-// brute-force optimum, headers and blocks that zlib and zyrsInflate_8u decode, resumption at
+// The fastest single-pass mode: length-limited codes against a reference package-merge
+// (optimal by construction), headers and blocks that zlib and zyrsInflate_8u decode, resumption at
 // every split, and the same bytes in every build.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "core/huff_limit.hpp"
 #include "deflate_support.hpp"
-#include "inflate_support.hpp"
 #include "support.hpp"
 #include "zyrdc.h"
 
@@ -49,12 +47,6 @@ std::vector<uint8_t> ReferenceLengths(const std::vector<uint32_t>& w, uint32_t l
     return lens;
 }
 
-uint64_t Cost(const std::vector<uint32_t>& w, const std::vector<uint8_t>& lens) {
-    uint64_t c = 0;
-    for (size_t s = 0; s < w.size(); ++s) c += uint64_t{w[s]} * lens[s];
-    return c;
-}
-
 double Kraft(const std::vector<uint8_t>& lens) {
     double k = 0;
     for (uint8_t l : lens)
@@ -62,43 +54,24 @@ double Kraft(const std::vector<uint8_t>& lens) {
     return k;
 }
 
-// The cheapest complete code within the limit, by trying every length vector (tiny alphabets).
-uint64_t BruteForceCost(const std::vector<uint32_t>& w, uint32_t limit) {
-    uint64_t best = UINT64_MAX;
-    std::vector<uint8_t> lens(w.size(), 0);
-    std::function<void(size_t)> walk = [&](size_t i) {
-        if (i < w.size() && w[i] == 0) return walk(i + 1);
-        if (i == w.size()) {
-            if (Kraft(lens) <= 1.0) best = std::min(best, Cost(w, lens));
-            return;
-        }
-        for (uint32_t l = 1; l <= limit; ++l) {
-            lens[i] = static_cast<uint8_t>(l);
-            walk(i + 1);
-        }
-    };
-    walk(0);
-    return best;
-}
-
-TEST(FastestCodes, LengthLimitedBuilderMatchesReferenceAndOptimum) {
+TEST(FastestCodes, LengthLimitedBuilderMatchesReference) {
     std::mt19937 rng(31);
-    struct Row { std::string name; std::vector<uint32_t> w; uint32_t limit; bool brute; };
+    struct Row { std::string name; std::vector<uint32_t> w; uint32_t limit; };
     std::vector<Row> rows;
     std::vector<uint32_t> pow2;
     for (int i = 0; i < 32; ++i) pow2.push_back(1u << i);
-    rows.push_back({"powers of two, 15", pow2, 15, false});
-    rows.push_back({"powers of two, 7 over 19", std::vector<uint32_t>(pow2.begin(), pow2.begin() + 19), 7, false});
-    rows.push_back({"two symbols", {5, 0, 9}, 1, true});
+    rows.push_back({"powers of two, 15", pow2, 15});
+    rows.push_back({"powers of two, 7 over 19", std::vector<uint32_t>(pow2.begin(), pow2.begin() + 19), 7});
+    rows.push_back({"two symbols", {5, 0, 9}, 1});
     for (int i = 0; i < 6; ++i) {
         std::vector<uint32_t> w(2 + rng() % 5);
         for (auto& x : w) x = 1 + rng() % (i % 2 ? 1000 : 3);
-        rows.push_back({std::to_string(i) + " small", w, 3, true});
+        rows.push_back({std::to_string(i) + " small", w, 3});
     }
     for (uint32_t limit : {15u, 17u, 20u}) {
         std::vector<uint32_t> w(limit == 15 ? 286 : 258);
         for (size_t s = 0; s < w.size(); ++s) w[s] = s % 7 == 3 ? 0 : (rng() % 4 == 0 ? 1u << (rng() % 24) : 1 + rng() % 50);
-        rows.push_back({std::string("alphabet of ") + std::to_string(w.size()), w, limit, false});
+        rows.push_back({std::string("alphabet of ") + std::to_string(w.size()), w, limit});
     }
     for (const Row& r : rows) {
         std::vector<uint8_t> lens(r.w.size());
@@ -106,7 +79,6 @@ TEST(FastestCodes, LengthLimitedBuilderMatchesReferenceAndOptimum) {
         EXPECT_EQ(lens, ReferenceLengths(r.w, r.limit)) << r.name;
         EXPECT_DOUBLE_EQ(Kraft(lens), 1.0) << r.name;
         EXPECT_LE(*std::max_element(lens.begin(), lens.end()), r.limit) << r.name;
-        if (r.brute) { EXPECT_EQ(Cost(r.w, lens), BruteForceCost(r.w, r.limit)) << r.name; }
     }
 }
 
@@ -140,12 +112,7 @@ TEST(FastestCodes, GenHuffTableModes) {
         for (int s = 0; s < 286; ++s) EXPECT_EQ(lc[s].code, canon[s].code) << r.name << " " << s;
     }
     uint32_t lit[286] = {}, dist[30] = {};
-    lit['a'] = 1;
     HuffCodeEntry lc[286], dc[30];
-    ASSERT_EQ(zyrsDeflateLZ77FastestGenHuffTable_8u(lit, dist, DeflateCodesUsed, lc, dc), StatusOk);
-    EXPECT_EQ(lc['a'].len, 1);
-    EXPECT_EQ(lc[256].len, 1);
-    EXPECT_EQ(dc[0].len + dc[1].len, 2);
     ASSERT_EQ(zyrsDeflateLZ77FastestGenHuffTable_8u(lit, dist, DeflateCodesFixed, lc, dc), StatusOk);
     const auto fl = FixedLitCodes(), fd = FixedDistCodes();
     for (int s = 0; s < 286; ++s) EXPECT_TRUE(lc[s].code == fl[s].code && lc[s].len == fl[s].len) << s;
@@ -193,7 +160,8 @@ std::vector<uint8_t> WriteStream(const std::vector<uint8_t>& data, const Writer&
                                                       : std::min<uint32_t>(static_cast<uint32_t>(out.size()), idx + 1 + (*rng)() % wr.room);
             s = zyrsDeflateLZ77Fastest_8u(&src, &len, &srcIdx, src, wr.winSize, head.data(), wr.hashSize,
                                                            lc, dc, &code, &bits, out.data(), cap, &idx, flush);
-            EXPECT_TRUE(s == StatusOk || s == StatusDstFull);
+            EXPECT_TRUE(s == StatusOk || s == StatusDstFull) << s;
+            if (s < 0) return {};
             pos += fed - pos - static_cast<size_t>(len);
             if (s == StatusOk && fed == end) break;
         }
@@ -208,10 +176,10 @@ TEST(Fastest, StreamsDecodeAndEverySplitGivesTheSameBytes) {
     const std::vector<std::vector<uint8_t>> inputs = {{}, {'z'}, VariedData(200000, 33), RandomBytes(5000, 34),
                                                       std::vector<uint8_t>(3000, 'q')};
     struct Row { const char* name; Writer w; };
-    std::vector<Row> rows = {{"defaults", {}}, {"whole blocks as sample", {32768, 32768, DeflateCodesAll, 65536, 65536}},
-                             {"fixed", {32768, 32768, DeflateCodesFixed}}};
-    for (uint32_t win : {256u, 4096u}) rows.push_back({"window", {win, 256}});
-    rows.push_back({"hash 65536", {32768, 65536}});
+    const Row rows[] = {{"defaults", {}},
+                        {"whole blocks as sample", {32768, 32768, DeflateCodesAll, 65536, 65536}},
+                        {"fixed", {32768, 32768, DeflateCodesFixed}},
+                        {"window 256", {256, 256}}, {"window 4096", {4096, 256}}, {"hash 65536", {32768, 65536}}};
     for (const Row& r : rows) {
         for (const auto& data : inputs) {
             const std::string what = std::string(r.name) + " " + std::to_string(data.size());
@@ -363,7 +331,7 @@ TEST(FastestHeaders, PrecompAndGenHeader) {
             out.resize(idx);
             for (int32_t i = 0; i < n; ++i) want.push_back(static_cast<uint8_t>(i));
             EXPECT_EQ(InflateOnce(out, want.size() + 1).out, want) << m << " " << n;
-            if (!want.empty()) { EXPECT_EQ(PeerInflate(out, want.size()), want) << m; }
+            EXPECT_EQ(PeerInflate(out, want.size()), want) << m;
         }
     }
     uint16_t code = 0;
@@ -374,46 +342,25 @@ TEST(FastestHeaders, PrecompAndGenHeader) {
     wrong.magic ^= 1;
     EXPECT_EQ(zyrsDeflateLZ77FastestGenHeader_8u(&wrong, 1, 0, &code, &bits, out, 16, &idx), StatusBadContext);
     EXPECT_EQ(zyrsDeflateLZ77FastestGenHeader_8u(&h, 1, 65536, &code, &bits, out, 16, &idx), StatusBadSize);
-}
-
-// Codes with runs that cross from the literal/length lengths into the distance lengths, and a
-// code-length code with one used symbol, through the two-pass pipeline: matcher, codes of the
-// used symbols, header, zyrsDeflateHuff_8u.
-TEST(FastestHeaders, TwoPassPipelineDecodes) {
-    struct Row { const char* name; std::vector<uint8_t> data; uint32_t level; };
-    std::vector<uint8_t> abc;
-    for (int i = 0; i < 5000; ++i) abc.push_back(static_cast<uint8_t>("abcd"[i % 4] + (i % 97 == 0)));
-    const Row rows[] = {{"varied", VariedData(60000, 38), 6}, {"one byte", std::vector<uint8_t>(1, 'x'), 1},
-                        {"period 4", abc, 9}, {"random", RandomBytes(3000, 39), 0}};
-    for (const Row& r : rows) {
-        std::vector<int32_t> head(32768, -32768), prev(32768, -32768);
-        HuffCodeEntry lf[286] = {}, df[30] = {};
-        std::vector<uint8_t> lit(r.data.size()), out(r.data.size() * 2 + 600);
-        std::vector<uint16_t> dist(r.data.size());
-        const uint8_t* src = r.data.data();
-        int32_t len = static_cast<int32_t>(r.data.size()), srcIdx = 0, cap = len;
-        ASSERT_EQ(zyrsDeflateLZ77_8u(&src, &len, &srcIdx, src, 32768, head.data(), prev.data(), 32768, lf, df, lit.data(),
-                                     dist.data(), &cap, r.level, 2), StatusOk);
-        uint32_t lc32[286], dc32[30];
-        for (int s = 0; s < 286; ++s) lc32[s] = lf[s].code;
-        for (int s = 0; s < 30; ++s) dc32[s] = df[s].code;
-        HuffCodeEntry lc[286], dc[30];
-        ASSERT_EQ(zyrsDeflateLZ77FastestGenHuffTable_8u(lc32, dc32, DeflateCodesUsed, lc, dc), StatusOk);
-        DeflateBlockHeader h;
-        ASSERT_EQ(zyrsDeflateLZ77FastestPrecompHeader_8u(2, lc, dc, &h), StatusOk);
-        uint16_t code = 0;
-        uint32_t bits = 0, idx = 0;
-        ASSERT_EQ(zyrsDeflateLZ77FastestGenHeader_8u(&h, 1, 0, &code, &bits, out.data(), static_cast<uint32_t>(out.size()), &idx), StatusOk);
-        const uint32_t n = static_cast<uint32_t>(r.data.size()) - static_cast<uint32_t>(cap);
-        ASSERT_EQ(zyrsDeflateHuff_8u(lit.data(), dist.data(), n, &code, &bits, lc, dc, out.data(), &idx), StatusOk);
-        BitWriter tail;
-        tail.Put(code, bits);
-        tail.Code(lc[256]);
-        for (size_t i = 0; i < tail.bytes.size(); ++i) out[idx + i] = tail.bytes[i];
-        out.resize(idx + tail.bytes.size());
-        EXPECT_EQ(PeerInflate(out, r.data.size()), r.data) << r.name;
-        EXPECT_EQ(InflateOnce(out, r.data.size() + 1).out, r.data) << r.name;
-    }
+    // Codes of the used symbols only, through the two-pass coder: runs of 3 to 10 and of 11 or
+    // more zero lengths in the header.
+    uint32_t lit[286] = {}, dist[30] = {};
+    lit['a'] = lit['e'] = 2;
+    ASSERT_EQ(zyrsDeflateLZ77FastestGenHuffTable_8u(lit, dist, DeflateCodesUsed, lc, dc), StatusOk);
+    ASSERT_EQ(zyrsDeflateLZ77FastestPrecompHeader_8u(2, lc, dc, &h), StatusOk);
+    std::vector<uint8_t> block(64);
+    code = 0, bits = 0, idx = 0;
+    ASSERT_EQ(zyrsDeflateLZ77FastestGenHeader_8u(&h, 1, 0, &code, &bits, block.data(), 64, &idx), StatusOk);
+    const std::vector<uint8_t> aeea = {'a', 'e', 'e', 'a'};
+    const uint16_t literals[4] = {};
+    ASSERT_EQ(zyrsDeflateHuff_8u(aeea.data(), literals, 4, &code, &bits, lc, dc, block.data(), &idx), StatusOk);
+    BitWriter tail;
+    tail.Put(code, bits);
+    tail.Code(lc[256]);
+    std::copy(tail.bytes.begin(), tail.bytes.end(), block.begin() + idx);
+    block.resize(idx + tail.bytes.size());
+    EXPECT_EQ(PeerInflate(block, 4), aeea);
+    EXPECT_EQ(InflateOnce(block, 5).out, aeea);
 }
 
 // Both builds write these exact bytes (the check values come from either build).

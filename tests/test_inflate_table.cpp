@@ -1,17 +1,12 @@
 // Inflate table building: the documented validation cases and check order, and exact entries
-// of a small single-level code. (The fuzz
-// harness, replayed in every build, walks every symbol of each accepted code back through
-// both layouts.)
+// of a small single-level code. (The fuzz harness, replayed in every build, walks every symbol
+// of each accepted code back through both layouts.)
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <random>
+#include <algorithm>
 #include <vector>
 
-#include "data.hpp"
 #include "deflate_support.hpp"
-#include "deflate_writer.hpp"
-#include "support.hpp"
 #include "zyrdc.h"
 
 namespace {
