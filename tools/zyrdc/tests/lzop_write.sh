@@ -19,7 +19,7 @@ for input in text random one empty; do
     for sums in "" "--crc32" "-F" "-C" "--crc32 -C"; do
       what="-$level $sums on $input"
       rm -f "$T/z.lzo"
-      "$ZYRDC" lzop -"$level" $sums "$T/$input" "$T/z.lzo" || { fail "zyrdc lzop $what"; continue; }
+      "$ZYRDC" lzop -"$level" $sums -f -o "$T/z.lzo" "$T/$input" || { fail "zyrdc lzop $what"; continue; }
       lzop -t -q "$T/z.lzo" || fail "lzop -t of $what"
       lzop -d -c "$T/z.lzo" | cmp -s - "$T/$input" || fail "lzop -d of $what"
       "$ZYRDC" lzop -d -c "$T/z.lzo" | cmp -s - "$T/$input" || fail "zyrdc lzop -d of $what"
