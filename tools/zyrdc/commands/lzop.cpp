@@ -50,9 +50,9 @@ public:
         return {t.coded, t.decoded, LzopMethodName(t)};
     }
     bool ListsMethod() const override { return true; }
-    // As lzop does, -t names every file it tested.
+    // As lzop does, -t names every file it tested, on standard error.
     void Tested(const CodecFile& file, bool, bool quiet) override {
-        if (!quiet) std::printf("testing %s OK\n", file.name == "-" ? "<stdin>" : file.name.c_str());
+        if (!quiet) std::fprintf(stderr, "testing %s OK\n", file.name == "-" ? "<stdin>" : file.name.c_str());
     }
 
 private:
