@@ -17,11 +17,11 @@ wall() { local t0 t1; t0=$(date +%s.%N); "$@"; t1=$(date +%s.%N); echo "$t1 - $t
 gzip -6 -c "$big" >"$work/big.gz"
 echo "| job | zyrdc s | gzip s | gzip / zyrdc |"
 echo "|---|---|---|---|"
-a=$(wall "$zyrdc" gzip -d -f "$work/big.gz" "$work/out1"); b=$(wall sh -c "gzip -dc '$work/big.gz' >'$work/out2'")
+a=$(wall "$zyrdc" gzip -dkf -o "$work/out1" "$work/big.gz"); b=$(wall sh -c "gzip -dc '$work/big.gz' >'$work/out2'")
 cmp -s "$work/out1" "$big" || { echo "zyrdc gzip -d gave different bytes" >&2; exit 1; }
 printf '| -d (gzip -6 file) | %.2f | %.2f | %.2f |\n' "$a" "$b" "$(echo "$b / $a" | bc -l)"
 for level in 1 6 9; do
-  a=$(wall "$zyrdc" gzip -"$level" -f "$big" "$work/z.gz"); b=$(wall sh -c "gzip -$level -c '$big' >'$work/g.gz'")
+  a=$(wall "$zyrdc" gzip -"$level" -kf -o "$work/z.gz" "$big"); b=$(wall sh -c "gzip -$level -c '$big' >'$work/g.gz'")
   gzip -dc "$work/z.gz" | cmp -s - "$big" || { echo "gzip -d does not read zyrdc gzip -$level" >&2; exit 1; }
   printf '| -%s (size %d vs %d) | %.2f | %.2f | %.2f |\n' "$level" "$(stat -c %s "$work/z.gz")" \
     "$(stat -c %s "$work/g.gz")" "$a" "$b" "$(echo "$b / $a" | bc -l)"

@@ -71,16 +71,18 @@ uint64_t Adler(const uint8_t* p, size_t n, uint8_t*) { return kFn(kStart, p, n);
 template <CrcKind kKind, uint32_t (*kFn)(CrcKind, uint32_t, const uint8_t*, size_t)>
 uint64_t Crc(const uint8_t* p, size_t n, uint8_t*) { return kFn(kKind, 0x9E3779B9u, p, n); }
 
-template <bool kKernel>
+// The long copies and fills also with each store policy forced, so that both store paths
+// run whatever cache size this processor reports.
+template <bool kKernel, zyrdc::Stores kStores = zyrdc::Stores::Auto>
 uint64_t Copy(const uint8_t* p, size_t n, uint8_t* o) {
     const auto len = static_cast<int32_t>(n);
-    const uint8_t* r = kKernel ? zyrdc::CopyBytesKernel(p, o, len) : zyrdc::CopyBytesScalar(p, o, len);
+    const uint8_t* r = kKernel ? zyrdc::CopyBytesKernel(p, o, len, kStores) : zyrdc::CopyBytesScalar(p, o, len);
     return static_cast<uint64_t>(r - o);
 }
-template <bool kKernel>
+template <bool kKernel, zyrdc::Stores kStores = zyrdc::Stores::Auto>
 uint64_t Zero(const uint8_t*, size_t n, uint8_t* o) {
     const auto len = static_cast<int32_t>(n);
-    const uint8_t* r = kKernel ? zyrdc::ZeroBytesKernel(o, len) : zyrdc::ZeroBytesScalar(o, len);
+    const uint8_t* r = kKernel ? zyrdc::ZeroBytesKernel(o, len, kStores) : zyrdc::ZeroBytesScalar(o, len);
     return static_cast<uint64_t>(r - o);
 }
 // The checked fills of n / width whole words against the byte twin over as many bytes.
@@ -139,7 +141,11 @@ const Twin kTwins[] = {
     {"bzip2 crc sliced", Crc<CrcKind::Bzip2, cs::CrcSliced>, Crc<CrcKind::Bzip2, cs::CrcBytewise>},
     {"bzip2 crc interleaved", Crc<CrcKind::Bzip2, cs::CrcInterleaved>, Crc<CrcKind::Bzip2, cs::CrcBytewise>},
     {"copy", Copy<true>, Copy<false>},
+    {"copy through the caches", Copy<true, zyrdc::Stores::Cached>, Copy<false>},
+    {"copy bypassing the caches", Copy<true, zyrdc::Stores::Bypass>, Copy<false>},
     {"zero", Zero<true>, Zero<false>},
+    {"zero through the caches", Zero<true, zyrdc::Stores::Cached>, Zero<false>},
+    {"zero bypassing the caches", Zero<true, zyrdc::Stores::Bypass>, Zero<false>},
     {"zero 32-bit words", Fill<4>, FillTwin<4>},
     {"zero 16-bit words", Fill<2>, FillTwin<2>},
     {"rebase", Rebase<zyrdc::deflate::RebaseEntries>, Rebase<zyrdc::deflate::RebaseEntriesScalar>},
@@ -150,8 +156,7 @@ const Twin kTwins[] = {
 // Every length 0..300 and some long ones (around the vector and streaming thresholds), over
 // data of every kind and all-0xFF bytes (the largest sums), at source alignments 0..15 (0 and
 // 8 for the long ones; 0 right after a guard page) with the outputs fenced by guard bytes, and
-// once with source and output ending at a guard page. Copies and fills of half the last-level
-// cache bypass the caches where the processor reports a cache of at most 32 MiB.
+// once with source and output ending at a guard page.
 TEST(Kernels, AgreeWithScalarTwinsAtEveryLengthAlignmentAndPageEdge) {
     std::vector<size_t> lengths(301);
     std::iota(lengths.begin(), lengths.end(), size_t{0});

@@ -227,6 +227,14 @@ void RunBenchmarks(const std::vector<std::string>& primitives, const std::vector
     if (failures != 0) {
         throw Failure(std::to_string(failures) + " check(s) failed, first " + first_failure);
     }
+    std::printf("\nWhat zyrdc does with files (zyrdc COMMAND --help, man zyrdc):\n"
+                "  zyrdc gzip FILE    FILE -> FILE.gz with gzip's command line; -d, -t, -l\n"
+                "  zyrdc lz4 FILE     FILE -> FILE.lz4 with lz4's command line\n"
+                "  zyrdc lzop FILE    FILE -> FILE.lzo with lzop's command line\n"
+                "  zyrdc lzss FILE    FILE -> FILE.lzs, the library's LZSS with a CRC-32\n"
+                "  zyrdc bwt FILE     FILE -> FILE.bwt through the bzip2 block stages\n"
+                "  zyrdc zfp FILE     float32 volumes -> FILE.zfp, which zfp -h reads\n"
+                "  zyrdc sum FILE     Adler-32, CRC-32, CRC-32C or the bzip2 CRC\n");
 }
 
 }  // namespace zyrdc::tool

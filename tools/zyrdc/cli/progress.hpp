@@ -1,7 +1,9 @@
-// progress.hpp - how far a long job has got, on one rewritten line of standard error: only
-// when that is a terminal and the input is large.
+// progress.hpp - how far a long job has got, on one rewritten line of standard error: the
+// bytes done, the percentage when the size is known, and the speed. Shown only when standard
+// error is a terminal and the input is large; erased when the job ends.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -13,8 +15,9 @@ constexpr std::uint64_t kProgressFrom = std::uint64_t{64} << 20;
 
 class Progress {
 public:
-    // `label` starts the line ("zyrdc lz4"); `total` is the input's size when known.
-    Progress(std::string label, std::optional<std::uint64_t> total);
+    // `label` starts the line ("zyrdc lz4: big.bin"); `total` is the input's size when
+    // known; `enabled` false (-q) shows nothing.
+    Progress(std::string label, std::optional<std::uint64_t> total, bool enabled = true);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -22,11 +25,13 @@ public:
     void Add(std::size_t n);
 
 private:
+    using Clock = std::chrono::steady_clock;
     std::string label_;
     std::optional<std::uint64_t> total_;
     std::uint64_t done_ = 0;
     bool on_;
-    bool shown_ = false;
+    std::size_t shown_ = 0;  // characters on the line
+    Clock::time_point start_, last_;
 };
 
 }  // namespace zyrdc::tool

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "cli/args.hpp"
+#include "cli/codec.hpp"
 #include "cli/errors.hpp"
 #include "cli/files.hpp"
 #include "commands/commands.hpp"
@@ -22,11 +23,8 @@ namespace zyrdc::tool {
 
 namespace {
 
-constexpr OptionDef kOptions[] = {
-    {'d', "decompress", false}, {'z', "compress", false}, {'t', "test", false}, {'c', "stdout", false},
-    {'k', "keep", false},       {'f', "force", false},    {'T', "threads", true}, {'1', "1", false},
-    {'2', "2", false},          {'3', "3", false},        {'4', "4", false},    {'5', "5", false},
-    {'6', "6", false},          {'7', "7", false},        {'8', "8", false},    {'9', "9", false}};
+constexpr OptionDef kOptions[] = {{'T', "threads", true}, {'\0', "fast", false}, {'\0', "best", false}};
+constexpr CodecTraits kTraits = {".bz2", false, LevelDigits::Single};
 constexpr std::size_t kReadPiece = std::size_t{1} << 20;
 
 // Runs jobs on worker threads and hands their results over in submission order: `work` runs
@@ -150,13 +148,13 @@ private:
     bool stop_ = false;
 };
 
-void Compress(InputFile& in, OutputFile& out, int level, unsigned threads) {
+void CompressStream(const ReadFn& read, const WriteFn& write, int level, unsigned threads) {
     Bz2BitWriter writer;
     writer.Put(0x425A68, 24);  // "BZh"
     writer.Put(static_cast<std::uint32_t>('0' + level), 8);
     std::uint32_t combined = 0;
     const auto write_bytes = [&] {
-        out.Write(writer.Bytes());
+        write(writer.Bytes());
         writer.Bytes().clear();
     };
     {
@@ -173,7 +171,7 @@ void Compress(InputFile& in, OutputFile& out, int level, unsigned threads) {
                         });
         };
         std::vector<std::uint8_t> piece(kReadPiece);
-        while (const std::size_t got = in.Read(piece)) {
+        while (const std::size_t got = ReadFull(read, piece)) {
             for (std::size_t at = 0; at < got;) {
                 at += splitter.Feed(std::span(piece.data() + at, got - at));
                 if (splitter.Full()) submit();
@@ -190,9 +188,9 @@ void Compress(InputFile& in, OutputFile& out, int level, unsigned threads) {
     write_bytes();
 }
 
-// Decodes every stream of `in`; `out` null only tests.
-void Decompress(InputFile& in, OutputFile* out, unsigned threads) {
-    Bz2Reader reader(in.Reader());
+// Decodes every stream that `read` gives; an empty `write` only tests.
+void DecompressStream(const ReadFn& read, const WriteFn& write, unsigned threads) {
+    Bz2Reader reader(read);
     // Output memory goes back to a free list once written, for the next block of the size.
     std::mutex spare_mutex;
     std::vector<std::unique_ptr<std::uint8_t[]>> spare;
@@ -220,8 +218,8 @@ void Decompress(InputFile& in, OutputFile* out, unsigned threads) {
                     }
                     *bytes = DecodeBz2Block(*block, std::move(memory));
                 },
-                [bytes, out, &spare, &spare_mutex, &spare_block_size, size = block->block_size] {
-                    if (out != nullptr) out->Write(bytes->Span());
+                [bytes, &write, &spare, &spare_mutex, &spare_block_size, size = block->block_size] {
+                    if (write) write(bytes->Span());
                     std::lock_guard lock(spare_mutex);
                     if (size == spare_block_size) spare.push_back(std::move(bytes->data));
                 });
@@ -235,81 +233,39 @@ void Decompress(InputFile& in, OutputFile* out, unsigned threads) {
     pool.Drain();
 }
 
-bool HasSuffix(const std::string& name) { return name.size() > 4 && name.ends_with(".bz2"); }
+class Bzip2Codec : public Codec {
+public:
+    Bzip2Codec(int level, unsigned threads) : level_(level), threads_(threads) {}
+    void Compress(const ReadFn& read, const WriteFn& write, const CodecFile&) override {
+        CompressStream(read, write, level_, threads_);
+    }
+    void Decompress(const ReadFn& read, const WriteFn& write, const CodecFile& file) override {
+        try {
+            DecompressStream(read, write, threads_);
+        } catch (const Failure& e) {
+            throw Failure(file.name + ": " + e.what());
+        }
+    }
+
+private:
+    int level_;
+    unsigned threads_;
+};
 
 }  // namespace
 
 int RunBzip2(const Command& self, std::span<char* const> args) {
-    const ParsedArgs parsed = ParseArgs(args, kOptions);
-    if (parsed.help) {
-        PrintCommandHelp(self);
-        return kExitOk;
-    }
-    int level = 9;
-    unsigned threads = std::max(1u, std::thread::hardware_concurrency());
-    bool decompress = false, test = false, to_stdout = false, force = false;
-    for (const auto& [name, value] : parsed.options) {
-        if (name.size() == 1) level = name[0] - '0';
-        else if (name == "decompress") decompress = true;
-        else if (name == "compress") decompress = false;
-        else if (name == "test") test = true;
-        else if (name == "stdout") to_stdout = true;
-        else if (name == "force") force = true;
-        else if (name == "threads") {
+    return RunCodec(self, args, kTraits, kOptions, [](const ParsedArgs& parsed, const CodecOptions&) {
+        const long long level = LastLevel(parsed, 1, 9).value_or(9);
+        if (level < 1 || level > 9) throw UsageError("invalid block size -" + std::to_string(level) + " (1 to 9)");
+        unsigned threads = std::max(1u, std::thread::hardware_concurrency());
+        for (const std::string& value : parsed.Values("threads")) {
             const auto n = ToInteger(value, 1, 256);
             if (!n) throw UsageError("invalid thread count '" + value + "' (1 to 256)");
             threads = static_cast<unsigned>(*n);
         }
-        // --keep: the input is never removed
-    }
-    std::vector<std::string> inputs = parsed.operands;
-    if (inputs.empty()) inputs.push_back("-");
-    if (test) {
-        for (const std::string& name : inputs) {
-            InputFile in(name);
-            Decompress(in, nullptr, threads);
-        }
-        return kExitOk;
-    }
-    // IN OUT; one IN with -c, or standard input, to the standard output; a single IN beside
-    // itself, with .bz2 added (or removed with -d). IN is kept.
-    std::vector<std::pair<std::string, std::string>> jobs;
-    if (to_stdout) {
-        for (const std::string& name : inputs) jobs.emplace_back(name, "-");
-    } else if (inputs.size() == 2) {
-        jobs.emplace_back(inputs[0], inputs[1]);
-    } else if (inputs.size() == 1) {
-        const std::string& name = inputs[0];
-        if (name == "-") {
-            jobs.emplace_back(name, "-");
-        } else if (!decompress) {
-            jobs.emplace_back(name, name + ".bz2");
-        } else if (HasSuffix(name)) {
-            jobs.emplace_back(name, name.substr(0, name.size() - 4));
-        } else {
-            throw UsageError(name + ": unknown suffix, expected .bz2 (or give OUT or -c)");
-        }
-    } else {
-        throw UsageError("expected IN and OUT, one IN, or -c with any number of files");
-    }
-    std::unique_ptr<OutputFile> shared = to_stdout ? std::make_unique<OutputFile>("-", true) : nullptr;
-    for (const auto& [from, to] : jobs) {
-        InputFile in(from);
-        std::unique_ptr<OutputFile> own = shared ? nullptr : std::make_unique<OutputFile>(to, force);
-        OutputFile& out = shared ? *shared : *own;
-        try {
-            if (decompress) {
-                Decompress(in, &out, threads);
-            } else {
-                Compress(in, out, level, threads);
-            }
-        } catch (const Failure& e) {
-            throw Failure(from + ": " + e.what());
-        }
-        if (own) own->Commit();
-    }
-    if (shared) shared->Commit();
-    return kExitOk;
+        return std::make_unique<Bzip2Codec>(static_cast<int>(level), threads);
+    });
 }
 
 }  // namespace zyrdc::tool

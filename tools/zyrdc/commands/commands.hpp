@@ -16,6 +16,7 @@ struct Command {
     // Runs with the arguments after the command name; returns the exit code or throws
     // UsageError / Failure.
     int (*run)(const Command& self, std::span<char* const> args);
+    bool codec = false;  // takes the common codec options of cli/codec.hpp (shown in its help)
 };
 
 // Prints "usage: zyrdc NAME SYNOPSIS", the summary and the details to stdout.

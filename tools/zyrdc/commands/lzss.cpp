@@ -1,9 +1,10 @@
-// lzss.cpp - `zyrdc lzss`: files in the library's LZSS format (formats/lzss_file.hpp).
+// lzss.cpp - `zyrdc lzss`: files in the library's LZSS format (formats/lzss_file.hpp). The
+// coder has one setting, so -1..-9 are accepted for scripts' sake and change nothing.
+#include <memory>
 #include <string>
 
-#include "cli/args.hpp"
+#include "cli/codec.hpp"
 #include "cli/errors.hpp"
-#include "cli/files.hpp"
 #include "commands/commands.hpp"
 #include "formats/lzss_file.hpp"
 
@@ -11,8 +12,8 @@ namespace zyrdc::tool {
 
 namespace {
 
-constexpr OptionDef kOptions[] = {
-    {'d', "decompress", false}, {'f', "force", false}, {'p', "piece", true}, {'\0', "raw", false}};
+constexpr OptionDef kOptions[] = {{'p', "piece", true}, {'\0', "raw", false}};
+constexpr CodecTraits kTraits = {".lzs", true, LevelDigits::Single};
 
 std::size_t ParsePiece(const std::string& text) {
     const auto value = ToInteger(text, 1, static_cast<long long>(kLzssMaxPiece));
@@ -22,29 +23,29 @@ std::size_t ParsePiece(const std::string& text) {
     return static_cast<std::size_t>(*value);
 }
 
+class LzssCodec : public Codec {
+public:
+    LzssCodec(std::size_t piece, bool raw) : piece_(piece), raw_(raw) {}
+    void Compress(const ReadFn& read, const WriteFn& write, const CodecFile&) override {
+        LzssCompress(read, write, piece_, raw_);
+    }
+    void Decompress(const ReadFn& read, const WriteFn& write, const CodecFile& file) override {
+        LzssDecompress(read, write ? write : WriteFn([](std::span<const std::uint8_t>) {}), piece_, raw_, file.name);
+    }
+
+private:
+    std::size_t piece_;
+    bool raw_;
+};
+
 }  // namespace
 
 int RunLzss(const Command& self, std::span<char* const> args) {
-    const ParsedArgs parsed = ParseArgs(args, kOptions);
-    if (parsed.help) {
-        PrintCommandHelp(self);
-        return kExitOk;
-    }
-    if (parsed.operands.size() != 2) {
-        throw UsageError("expected IN and OUT");
-    }
-    std::size_t piece = kLzssDefaultPiece;
-    for (const std::string& value : parsed.Values("piece")) piece = ParsePiece(value);
-    InputFile in(parsed.operands[0]);
-    OutputFile out(parsed.operands[1], parsed.Has("force"));
-    const bool raw = parsed.Has("raw");
-    if (parsed.Has("decompress")) {
-        LzssDecompress(in.Reader(), out.Writer(), piece, raw, in.Name());
-    } else {
-        LzssCompress(in.Reader(), out.Writer(), piece, raw);
-    }
-    out.Commit();
-    return kExitOk;
+    return RunCodec(self, args, kTraits, kOptions, [](const ParsedArgs& parsed, const CodecOptions&) {
+        std::size_t piece = kLzssDefaultPiece;
+        for (const std::string& value : parsed.Values("piece")) piece = ParsePiece(value);
+        return std::make_unique<LzssCodec>(piece, parsed.Has("raw"));
+    });
 }
 
 }  // namespace zyrdc::tool

@@ -1,14 +1,15 @@
 // zfp.cpp - `zyrdc zfp`: raw little-endian float32 volumes to and from files that the
 // standard zfp tool reads and writes with -h.
 #include <cmath>
+#include <memory>
+#include <optional>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "cli/args.hpp"
+#include "cli/codec.hpp"
 #include "cli/errors.hpp"
-#include "cli/files.hpp"
 #include "commands/commands.hpp"
 #include "formats/zfp_file.hpp"
 
@@ -17,9 +18,9 @@ namespace zyrdc::tool {
 namespace {
 
 constexpr OptionDef kOptions[] = {
-    {'r', "rate", true},         {'p', "precision", true}, {'a', "accuracy", true},
-    {'d', "decompress", false},  {'\0', "stats", false},   {'f', "force", false},
+    {'r', "rate", true}, {'p', "precision", true}, {'a', "accuracy", true}, {'\0', "stats", false},
 };
+constexpr CodecTraits kTraits = {".zfp", true, LevelDigits::None};
 
 double ParseNumber(const std::string& text, const char* what, double low, double high) {
     const auto v = ToReal(text);
@@ -87,90 +88,102 @@ std::vector<float> AsFloats(const std::vector<std::uint8_t>& bytes) {
     return values;
 }
 
+// Reads everything `read` holds.
+std::vector<std::uint8_t> ReadRest(const ReadFn& read) {
+    std::vector<std::uint8_t> bytes;
+    std::size_t used = 0;
+    for (;;) {
+        bytes.resize(used + (std::size_t{1} << 20));
+        const std::size_t got = ReadFull(read, std::span(bytes).subspan(used));
+        used += got;
+        if (used < bytes.size()) break;
+    }
+    bytes.resize(used);
+    return bytes;
+}
+
+class ZfpCodec : public Codec {
+public:
+    ZfpCodec(std::optional<ZfpDims> dims, ZfpParams params, bool stats) : dims_(dims), params_(params), stats_(stats) {}
+
+    void Compress(const ReadFn& read, const WriteFn& write, const CodecFile& file) override {
+        if (!stats_) {
+            // Slab by slab: memory holds one layer of blocks, whatever the depth of the volume.
+            ZfpCompressStream(read, write, *dims_, params_, file.name);
+            return;
+        }
+        // The error needs the original beside the round trip: --stats holds the volume in memory.
+        const std::vector<std::uint8_t> raw = ReadRest(read);
+        const std::uint64_t want = dims_->Values() * sizeof(float);
+        if (raw.size() != want) {
+            throw Failure(file.name + ": holds " + std::to_string(raw.size()) + " bytes; " +
+                          std::to_string(dims_->nx) + " x " + std::to_string(dims_->ny) + " x " +
+                          std::to_string(dims_->nz) + " floats need " + std::to_string(want));
+        }
+        const std::vector<float> values = AsFloats(raw);
+        const std::vector<std::uint8_t> packed = ZfpCompress(values, *dims_, params_);
+        write(packed);
+        const ZfpVolume back = ZfpDecompress(packed);
+        const double error = MaxError(values, back.values);
+        PrintStats(raw.size(), packed.size(), &error);
+    }
+
+    void Decompress(const ReadFn& read, const WriteFn& write, const CodecFile&) override {
+        std::uint64_t packed = 0, raw = 0;
+        ZfpDecompressStream(
+            [&](std::span<std::uint8_t> buf) {
+                const std::size_t n = read(buf);
+                packed += n;
+                return n;
+            },
+            [&](std::span<const std::uint8_t> bytes) {
+                if (write) write(bytes);
+                raw += bytes.size();
+            });
+        if (stats_) PrintStats(raw, packed, nullptr);
+    }
+
+private:
+    std::optional<ZfpDims> dims_;
+    ZfpParams params_;
+    bool stats_;
+};
+
 }  // namespace
 
 int RunZfp(const Command& self, std::span<char* const> args) {
     std::vector<std::string> dimArgs;
     const std::vector<char*> rest = TakeDims(args, dimArgs);
-    const ParsedArgs parsed = ParseArgs(rest, kOptions);
-    if (parsed.help) {
-        PrintCommandHelp(self);
-        return kExitOk;
-    }
-    if (parsed.operands.size() != 2) {
-        throw UsageError("expected IN and OUT, got " + std::to_string(parsed.operands.size()) + " file names");
-    }
-    const std::string& in = parsed.operands[0];
-    const std::string& out = parsed.operands[1];
-    const bool force = parsed.Has("force");
-    const bool stats = parsed.Has("stats");
-    const auto rates = parsed.Values("rate"), precisions = parsed.Values("precision"),
-               tolerances = parsed.Values("accuracy");
-    const std::size_t modes = rates.size() + precisions.size() + tolerances.size();
-
-    if (parsed.Has("decompress")) {
-        if (modes != 0 || !dimArgs.empty()) {
-            throw UsageError("-d reads the mode and dimensions from the stream's header");
+    return RunCodec(self, rest, kTraits, kOptions, [&](const ParsedArgs& parsed, const CodecOptions& options) {
+        const bool stats = parsed.Has("stats");
+        const auto rates = parsed.Values("rate"), precisions = parsed.Values("precision"),
+                   tolerances = parsed.Values("accuracy");
+        const std::size_t modes = rates.size() + precisions.size() + tolerances.size();
+        if (options.mode != CodecOptions::Mode::Compress) {
+            if (modes != 0 || !dimArgs.empty()) {
+                throw UsageError("-d reads the mode and dimensions from the stream's header");
+            }
+            return std::make_unique<ZfpCodec>(std::nullopt, ZfpParams{}, stats);
         }
-        InputFile source(in);
-        OutputFile file(out, force);
-        std::uint64_t packed = 0, raw = 0;
-        ZfpDecompressStream(
-            [&](std::span<std::uint8_t> buf) {
-                const std::size_t n = source.Read(buf);
-                packed += n;
-                return n;
-            },
-            [&](std::span<const std::uint8_t> bytes) {
-                file.Write(bytes);
-                raw += bytes.size();
-            });
-        file.Commit();
-        if (stats) PrintStats(raw, packed, nullptr);
-        return kExitOk;
-    }
-
-    if (modes != 1) {
-        throw UsageError("choose one of -r RATE, -p PRECISION, -a TOLERANCE");
-    }
-    if (dimArgs.empty()) {
-        throw UsageError("--dims NX NY NZ is needed to compress");
-    }
-    const ZfpDims dims{ParseDim(dimArgs[0]), ParseDim(dimArgs[1]), ParseDim(dimArgs[2])};
-    ZfpParams params;
-    if (!rates.empty()) {
-        params = ZfpRateParams(ParseNumber(rates[0], "rate (bits per value, above 0, at most 64)", 0, 64));
-    } else if (!precisions.empty()) {
-        const double planes = ParseNumber(precisions[0], "precision (bit planes, 1 to 64)", 0, 64);
-        if (planes != std::floor(planes)) throw UsageError("invalid precision '" + precisions[0] + "'");
-        params = ZfpPrecisionParams(static_cast<int>(planes));
-    } else {
-        params = ZfpAccuracyParams(ParseNumber(tolerances[0], "tolerance (above 0)", 0, HUGE_VAL));
-    }
-
-    OutputFile file(out, force);
-    if (!stats) {
-        // Slab by slab: memory holds one layer of blocks, whatever the depth of the volume.
-        InputFile source(in);
-        ZfpCompressStream(source.Reader(), file.Writer(), dims, params, in);
-        file.Commit();
-        return kExitOk;
-    }
-    // The error needs the original beside the round trip: --stats holds the volume in memory.
-    const std::vector<std::uint8_t> raw = ReadAll(in);
-    const std::uint64_t want = dims.Values() * sizeof(float);
-    if (raw.size() != want) {
-        throw Failure(in + ": holds " + std::to_string(raw.size()) + " bytes; " + dimArgs[0] + " x " +
-                      dimArgs[1] + " x " + dimArgs[2] + " floats need " + std::to_string(want));
-    }
-    const std::vector<float> values = AsFloats(raw);
-    const std::vector<std::uint8_t> packed = ZfpCompress(values, dims, params);
-    file.Write(packed);
-    file.Commit();
-    const ZfpVolume back = ZfpDecompress(packed);
-    const double error = MaxError(values, back.values);
-    PrintStats(raw.size(), packed.size(), &error);
-    return kExitOk;
+        if (modes != 1) {
+            throw UsageError("choose one of -r RATE, -p PRECISION, -a TOLERANCE");
+        }
+        if (dimArgs.empty()) {
+            throw UsageError("--dims NX NY NZ is needed to compress");
+        }
+        const ZfpDims dims{ParseDim(dimArgs[0]), ParseDim(dimArgs[1]), ParseDim(dimArgs[2])};
+        ZfpParams params;
+        if (!rates.empty()) {
+            params = ZfpRateParams(ParseNumber(rates[0], "rate (bits per value, above 0, at most 64)", 0, 64));
+        } else if (!precisions.empty()) {
+            const double planes = ParseNumber(precisions[0], "precision (bit planes, 1 to 64)", 0, 64);
+            if (planes != std::floor(planes)) throw UsageError("invalid precision '" + precisions[0] + "'");
+            params = ZfpPrecisionParams(static_cast<int>(planes));
+        } else {
+            params = ZfpAccuracyParams(ParseNumber(tolerances[0], "tolerance (above 0)", 0, HUGE_VAL));
+        }
+        return std::make_unique<ZfpCodec>(dims, params, stats);
+    });
 }
 
 }  // namespace zyrdc::tool

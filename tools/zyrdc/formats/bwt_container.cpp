@@ -18,7 +18,9 @@ std::int32_t Len(std::size_t n) { return static_cast<std::int32_t>(n); }
 
 }  // namespace
 
-BwtBlockEncoder::BwtBlockEncoder() : coded_(kBwtBlockLimit) { Reset(); }
+BwtBlockEncoder::BwtBlockEncoder(std::uint32_t limit) : limit_(std::min(limit, kBwtBlockLimit)), coded_(limit_) {
+    Reset();
+}
 
 void BwtBlockEncoder::Reset() {
     CheckStatus(zyrsEncodeRLEInit_BZ2_8u(rle_state_.data()), "run-length init");
@@ -30,7 +32,7 @@ std::size_t BwtBlockEncoder::Feed(std::span<const std::uint8_t> bytes) {
     std::size_t taken = 0;
     while (taken < bytes.size() && !full_) {
         // One byte of room is kept for the count byte that the flush may still write.
-        const std::int32_t room = Len(kBwtBlockLimit - 1 - block_.coded_size);
+        const std::int32_t room = Len(limit_ - 1 - block_.coded_size);
         if (room < 1) {
             full_ = true;
             break;
@@ -171,9 +173,9 @@ std::uint32_t ReadU32(const ReadFn& read, const std::string& name, const char* w
 
 }  // namespace
 
-void BwtCompress(const ReadFn& read, const WriteFn& write) {
+void BwtCompress(const ReadFn& read, const WriteFn& write, std::uint32_t block) {
     write(kMagic);
-    BwtBlockEncoder encoder;
+    BwtBlockEncoder encoder(block);
     std::vector<std::uint8_t> piece(kReadPiece);
     while (const std::size_t got = read(piece)) {
         std::span<const std::uint8_t> rest(piece.data(), got);

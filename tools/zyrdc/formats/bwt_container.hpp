@@ -36,7 +36,8 @@ struct BwtBlock {
 // Collects a file's bytes into blocks: Feed until Full (or the input ends), then Finish.
 class BwtBlockEncoder {
 public:
-    BwtBlockEncoder();
+    // Blocks hold at most `limit` bytes after the run-length stage (at most kBwtBlockLimit).
+    explicit BwtBlockEncoder(std::uint32_t limit = kBwtBlockLimit);
     // Takes bytes until the block is full; returns how many it took.
     std::size_t Feed(std::span<const std::uint8_t> bytes);
     bool Full() const { return full_; }
@@ -47,8 +48,9 @@ public:
 private:
     void Reset();
 
+    std::uint32_t limit_;
     std::array<std::uint8_t, 264> rle_state_{};
-    std::vector<std::uint8_t> coded_;  // run-length output, kBwtBlockLimit bytes
+    std::vector<std::uint8_t> coded_;  // run-length output, limit_ bytes
     BwtBlock block_;
     bool full_ = false;
 };
@@ -57,8 +59,9 @@ private:
 // does not match.
 std::vector<std::uint8_t> DecodeBwtBlock(const BwtBlock& block);
 
-// A whole container from the bytes of `read`.
-void BwtCompress(const ReadFn& read, const WriteFn& write);
+// A whole container from the bytes of `read`, in blocks of at most `block` bytes after the
+// run-length stage.
+void BwtCompress(const ReadFn& read, const WriteFn& write, std::uint32_t block = kBwtBlockLimit);
 // The original bytes of a container; throws Failure, starting with `name`, for anything
 // damaged, truncated or foreign.
 void BwtDecompress(const ReadFn& read, const WriteFn& write, const std::string& name);

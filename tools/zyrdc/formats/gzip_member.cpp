@@ -21,7 +21,14 @@ constexpr int32_t kOutputRoom = 1 << 18;
 // Header flags.
 constexpr uint8_t kFlagHcrc = 2, kFlagExtra = 4, kFlagName = 8, kFlagComment = 16, kFlagsReserved = 0xE0;
 
-[[noreturn]] void Corrupt(const std::string& why) { throw Failure(why); }
+// Damaged or foreign data, told apart from a failing reader or writer so that only its
+// message gets the file's name.
+class Corruption : public Failure {
+public:
+    using Failure::Failure;
+};
+
+[[noreturn]] void Corrupt(const std::string& why) { throw Corruption(why); }
 
 // The input with a window of unconsumed bytes; a CRC-32 over header bytes when asked.
 class Input {
@@ -125,14 +132,19 @@ void Member(Input& in, const WriteFn& write, std::vector<uint8_t>& out, InflateH
 
 }  // namespace
 
-void Gunzip(const ReadFn& read, const WriteFn& write) {
+void Gunzip(const ReadFn& read, const WriteFn& write, const std::string& name) {
     Input in(read);
     std::vector<uint8_t> out(static_cast<std::size_t>(kHistory + kOutputRoom));
     const auto table = std::make_unique<InflateHuffTable>();
-    if (in.AtEnd()) Corrupt("unexpected end of file");
-    do {
-        Member(in, write, out, *table);
-    } while (!in.AtEnd());
+    try {
+        if (in.AtEnd()) Corrupt("unexpected end of file");
+        do {
+            Member(in, write, out, *table);
+        } while (!in.AtEnd());
+    } catch (const Corruption& e) {
+        if (name.empty()) throw;
+        throw Failure(name + ": " + e.what());
+    }
 }
 
 std::vector<uint8_t> Gunzip(std::span<const uint8_t> file) {

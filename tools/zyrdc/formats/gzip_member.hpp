@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "cli/bytes.hpp"
@@ -14,9 +15,10 @@ namespace zyrdc::tool {
 
 // Decodes every member of a gzip file: header fields (extra field, name, comment, header
 // CRC), the Deflate stream, CRC-32 and size. Throws Failure on a file that is not gzip, is
-// damaged or ends early; output written before that is what decoded so far.
-// `write` may be empty: the file is then only checked.
-void Gunzip(const ReadFn& read, const WriteFn& write);
+// damaged or ends early, its message starting with `name` unless that is empty; output
+// written before that is what decoded so far. `write` may be empty: the file is then only
+// checked.
+void Gunzip(const ReadFn& read, const WriteFn& write, const std::string& name = {});
 // Writes everything `read` holds as one gzip member at `level` (0..29, see deflate_writer.hpp).
 void Gzip(const ReadFn& read, const WriteFn& write, std::uint32_t level);
 

@@ -181,6 +181,30 @@ void Compress(const ReadFn& in, const WriteFn& out, const Lz4FrameSettings& sett
     PutLe32(out, content.Digest());
 }
 
+// The legacy format: the magic number, then blocks of 8 MiB, each its coded size and the
+// coded bytes (always coded, never stored), no checksum, no end mark.
+void CompressLegacy(const ReadFn& in, const WriteFn& out, const Lz4FrameSettings& settings) {
+    std::vector<std::uint8_t> src(kLegacyBlock), dst(EncodedBound(kLegacyBlock)), table, record;
+    std::int32_t size = 0;
+    CheckStatus(zyrsEncodeLZ4HashTableGetSize_8u(&size), "hash table size");
+    table.resize(static_cast<std::size_t>(size));
+    if (settings.level >= kLz4FirstHcLevel) {
+        CheckStatus(zyrsEncodeLZ4HCHashTableGetSize_8u(&size), "record size");
+        record.resize(static_cast<std::size_t>(size));
+        CheckStatus(zyrsEncodeLZ4HCHashTableInit_8u(record.data()), "record init");
+    }
+    PutLe32(out, kLegacyMagic);
+    while (const std::size_t got = ReadFull(in, src)) {
+        std::int32_t len = static_cast<std::int32_t>(got), coded = static_cast<std::int32_t>(dst.size());
+        CheckStatus(settings.level >= kLz4FirstHcLevel
+                        ? zyrsEncodeLZ4HC_8u(src.data(), &len, dst.data(), &coded, record.data(), settings.level)
+                        : zyrsEncodeLZ4Fast_8u(src.data(), len, dst.data(), &coded, table.data(), settings.acceleration),
+                    "LZ4 block encoding");
+        PutLe32(out, static_cast<std::uint32_t>(coded));
+        out(std::span(dst).first(static_cast<std::size_t>(coded)));
+    }
+}
+
 // ---- reading ----------------------------------------------------------------------------
 
 class Reader {
@@ -348,7 +372,11 @@ bool Lz4FramesAvailable() { return true; }
 
 void Lz4FrameCompress(const ReadFn& read, const WriteFn& write, const Lz4FrameSettings& settings,
                       std::optional<std::uint64_t> size) {
-    Compress(read, write, settings, size);
+    if (settings.legacy) {
+        CompressLegacy(read, write, settings);
+    } else {
+        Compress(read, write, settings, size);
+    }
 }
 
 void Lz4FrameDecompress(const ReadFn& read, const WriteFn& write, const std::vector<std::uint8_t>& dict,

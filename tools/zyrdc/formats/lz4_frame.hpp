@@ -26,6 +26,7 @@ struct Lz4FrameSettings {
     int blockId = kLz4MaxBlockId;
     bool linked = false;
     std::vector<std::uint8_t> dict;  // empty: none
+    bool legacy = false;  // the legacy format (blocks of 8 MiB; no dictionary, no checksum)
 };
 
 bool Lz4FramesAvailable();

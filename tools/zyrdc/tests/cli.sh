@@ -149,24 +149,24 @@ lz4)
     in=$T/$f
     for fast in 1 9; do
       rm -f "$T/z"
-      "$ZYRDC" lz4 --fast $fast "$in" "$T/z" || fail "lz4 --fast $fast $f"
-      roundtrip "$in" "zyrdc -d, $f --fast $fast" "$ZYRDC" lz4 -d "$T/z" -
+      "$ZYRDC" lz4 --fast=$fast "$in" "$T/z" || fail "lz4 --fast $fast $f"
+      roundtrip "$in" "zyrdc -d, $f --fast $fast" "$ZYRDC" lz4 -d -c "$T/z"
       [ -z "$LZ4" ] || roundtrip "$in" "lz4 -d, $f --fast $fast" "$LZ4" -d -c "$T/z"
     done
     [ -n "$LZ4" ] || continue
     for opts in "" -BD -BX --content-size -l -9 -B4 "-B5 -BD --no-frame-crc" "-B6 -BX -BD -12"; do
       # shellcheck disable=SC2086
       "$LZ4" -q $opts -c "$in" >"$T/z" || fail "lz4 $opts $f"
-      roundtrip "$in" "zyrdc -d, $f from lz4 $opts" "$ZYRDC" lz4 -d "$T/z" -
+      roundtrip "$in" "zyrdc -d, $f from lz4 $opts" "$ZYRDC" lz4 -d -c "$T/z"
     done
   done
   # Standard input and output; concatenated frames with a skippable frame between them.
-  "$ZYRDC" lz4 - - <"$T/text" >"$T/z" || fail "lz4 through pipes"
-  roundtrip "$T/text" "zyrdc -d through pipes" sh -c '"$1" lz4 -d - - <"$2"' sh "$ZYRDC" "$T/z"
+  "$ZYRDC" lz4 <"$T/text" >"$T/z" || fail "lz4 through pipes"
+  roundtrip "$T/text" "zyrdc -d through pipes" sh -c '"$1" lz4 -d <"$2"' sh "$ZYRDC" "$T/z"
   "$ZYRDC" lz4 "$T/one" "$T/z1" || fail "lz4 one"
   { cat "$T/z"; printf '\x51\x2a\x4d\x18\x03\x00\x00\x00abc'; cat "$T/z1"; } >"$T/cat"
   cat "$T/text" "$T/one" >"$T/both"
-  roundtrip "$T/both" "concatenated frames" "$ZYRDC" lz4 -d "$T/cat" -
+  roundtrip "$T/both" "concatenated frames" "$ZYRDC" lz4 -d -c "$T/cat"
   # Damaged input: an error line, exit 1 and no output file (nor any temporary file).
   head -c -3 "$T/z" >"$T/truncated"
   cp "$T/z" "$T/corrupt" && printf '\xff\xff' | dd of="$T/corrupt" bs=1 seek=5000 conv=notrunc 2>/dev/null
@@ -177,17 +177,17 @@ lz4)
   [ -z "$(find "$T" -name '.*')" ] || fail "a temporary file was left behind: $(find "$T" -name '.*')"
   # An existing output is kept without -f and replaced with it.
   echo keep >"$T/exists"
-  expect_error 1 lz4 "$T/text" "$T/exists"
+  expect_error 2 lz4 "$T/text" "$T/exists"
   [ "$(cat "$T/exists")" = keep ] || fail "lz4 overwrote an existing file without -f"
   "$ZYRDC" lz4 -f "$T/text" "$T/exists" && roundtrip "$T/text" "lz4 -f" "$ZYRDC" lz4 -d "$T/exists" - ||
     fail "lz4 -f did not replace the file"
   while read -r args; do
     eval "expect_error 2 lz4 $args"
   done <<'TABLE'
-"$T/text" "$T/a" "$T/b"
---fast 0 "$T/text" "$T/a"
---fast x "$T/text" "$T/a"
--d --fast 3 "$T/z" "$T/a"
+-o "$T/a" "$T/text" "$T/b"
+--fast=0 "$T/text" "$T/a"
+--fast=x "$T/text" "$T/a"
+-d --fast=3 "$T/z" "$T/a"
 -x "$T/text" "$T/a"
 TABLE
   ;;
@@ -199,16 +199,16 @@ bwt)
   { for i in $(seq 1 40000); do echo "line $i of the rotation test, the same words again"; done; } >"$T/text"
   head -c 1000000 /dev/urandom >"$T/random"
   for f in empty one zeros text random; do
-    "$ZYRDC" bwt "$T/$f" "$T/$f.bwt" && "$ZYRDC" bwt -d "$T/$f.bwt" "$T/$f.back" &&
+    "$ZYRDC" bwt -o "$T/$f.bwt" "$T/$f" && "$ZYRDC" bwt -d -o "$T/$f.back" "$T/$f.bwt" &&
       cmp -s "$T/$f" "$T/$f.back" || fail "bwt round trip of $f"
   done
-  "$ZYRDC" bwt - "$T/stdin.bwt" <"$T/text" && cmp -s "$T/stdin.bwt" "$T/text.bwt" ||
+  "$ZYRDC" bwt -o "$T/stdin.bwt" - <"$T/text" && cmp -s "$T/stdin.bwt" "$T/text.bwt" ||
     fail "bwt from standard input differs"
   # The standard bzip2 program as the oracle of the block CRC: its first block header holds
   # the CRC big-endian at bytes 10..13, ours little-endian at bytes 17..20.
   if command -v bzip2 >/dev/null; then
     head -c 500000 "$T/text" >"$T/block"
-    "$ZYRDC" bwt "$T/block" "$T/block.bwt" || fail "bwt of one block"
+    "$ZYRDC" bwt -o "$T/block.bwt" "$T/block" || fail "bwt of one block"
     ours=$(od -An -tx1 -j17 -N4 "$T/block.bwt" | awk '{print $4 $3 $2 $1}')
     theirs=$(bzip2 -9 -c "$T/block" | od -An -tx1 -j10 -N4 | tr -d ' ')
     [ -n "$ours" ] && [ "$ours" = "$theirs" ] || fail "block CRC $ours, bzip2 says $theirs"
@@ -221,16 +221,15 @@ bwt)
   printf '\x07' | dd of="$T/bad.bwt" bs=1 seek=2000 conv=notrunc status=none
   head -c 5000 "$T/text.bwt" >"$T/short.bwt"
   for f in bad.bwt short.bwt text; do
-    expect_error 1 bwt -d "$T/$f" "$T/dec"
+    expect_error 1 bwt -d -o "$T/dec" "$T/$f"
     [ ! -e "$T/dec" ] || fail "bwt -d $f left an output file"
     ls "$T" | grep -q '^dec\.' && fail "bwt -d $f left a temporary file"
   done
-  expect_error 1 bwt "$T/one" "$T/text.bwt"
-  "$ZYRDC" bwt -f "$T/one" "$T/text.bwt" && "$ZYRDC" bwt -d -f "$T/text.bwt" "$T/text.back" &&
+  expect_error 2 bwt -o "$T/text.bwt" "$T/one"
+  "$ZYRDC" bwt -f -o "$T/text.bwt" "$T/one" && "$ZYRDC" bwt -d -f -o "$T/text.back" "$T/text.bwt" &&
     cmp -s "$T/one" "$T/text.back" || fail "bwt -f did not overwrite"
-  expect_error 2 bwt "$T/one"
-  expect_error 2 bwt "$T/one" -
-  expect_error 1 bwt "$T/missing" "$T/dec"
+  expect_error 2 bwt -o "$T/dec" "$T/one" "$T/text"
+  expect_error 1 bwt -o "$T/dec" "$T/missing"
   ;;
 zfp)
   [ -n "$PY" ] || { echo "python3 not given: the ZFP volumes cannot be made, skipped"; exit 0; }
@@ -262,8 +261,8 @@ print(max([abs(x - y) for x, y in zip(struct.unpack("<%df" % n, a), struct.unpac
     for mode in "-r 8" "-r 0.05" "-r 40" "-p 16" "-p 64" "-a 1e-3" "-a 1e300"; do
       what="$name $mode"
       # shellcheck disable=SC2086
-      "$ZYRDC" zfp $mode --dims $dims "$T/$name" "$T/ours.zfp" -f || { fail "$what: compress"; continue; }
-      "$ZYRDC" zfp -d -f "$T/ours.zfp" "$T/ours.raw" || { fail "$what: decompress"; continue; }
+      "$ZYRDC" zfp $mode --dims $dims -f -o "$T/ours.zfp" "$T/$name" || { fail "$what: compress"; continue; }
+      "$ZYRDC" zfp -d -f -o "$T/ours.raw" "$T/ours.zfp" || { fail "$what: decompress"; continue; }
       [ "$(wc -c <"$T/ours.raw")" -eq "$(wc -c <"$T/$name")" ] || fail "$what: size of the output"
       if [ -n "$ZFP" ]; then
         # Theirs reads ours, ours reads theirs, and each stream decodes alike on both sides.
@@ -271,7 +270,7 @@ print(max([abs(x - y) for x, y in zip(struct.unpack("<%df" % n, a), struct.unpac
           fail "$what: zfp -h decodes our stream otherwise"
         # shellcheck disable=SC2086
         "$ZFP" -q -f -3 $dims $mode -h -i "$T/$name" -z "$T/theirs.zfp" || fail "$what: zfp"
-        "$ZYRDC" zfp -d -f "$T/theirs.zfp" "$T/a.raw" && "$ZFP" -q -h -z "$T/theirs.zfp" -o "$T/b.raw" &&
+        "$ZYRDC" zfp -d -f -o "$T/a.raw" "$T/theirs.zfp" && "$ZFP" -q -h -z "$T/theirs.zfp" -o "$T/b.raw" &&
           cmp -s "$T/a.raw" "$T/b.raw" || fail "$what: we decode zfp's stream otherwise"
       fi
     done
@@ -283,18 +282,18 @@ one 1 1 1
 row 5 1 1
 TABLE
   # Fixed rate 8: the 12-byte header and 512 bits a block, ended on a 64-bit word.
-  "$ZYRDC" zfp -r 8 --dims 16 12 8 "$T/smooth" "$T/r8.zfp" || fail "rate 8"
+  "$ZYRDC" zfp -r 8 --dims 16 12 8 -o "$T/r8.zfp" "$T/smooth" || fail "rate 8"
   [ "$(wc -c <"$T/r8.zfp")" -eq $(((12 * 8 + 24 * 512 + 63) / 64 * 8)) ] || fail "rate 8: stream size"
   # Accuracy 1e-3 on smooth data keeps within the tolerance; --stats reports it.
-  "$ZYRDC" zfp -a 1e-3 --dims 37 22 13 --stats "$T/edges" "$T/acc.zfp" 2>"$T/stats" || fail "accuracy"
+  "$ZYRDC" zfp -a 1e-3 --dims 37 22 13 --stats -o "$T/acc.zfp" "$T/edges" 2>"$T/stats" || fail "accuracy"
   grep -Eq '^ratio [0-9.]+ \(42328 -> [0-9]+ bytes\), max error [0-9.e-]+$' "$T/stats" ||
     fail "--stats printed: $(cat "$T/stats")"
   err=none
-  "$ZYRDC" zfp -d "$T/acc.zfp" "$T/acc.raw" && err=$(maxerr "$T/edges" "$T/acc.raw") &&
+  "$ZYRDC" zfp -d -o "$T/acc.raw" "$T/acc.zfp" && err=$(maxerr "$T/edges" "$T/acc.raw") &&
     "$PY" -c "import sys; sys.exit(not $err <= 1e-3)" || fail "accuracy 1e-3: error $err"
   # Standard input and output give the files' bytes.
-  "$ZYRDC" zfp -r 16 --dims 37 22 13 - - <"$T/edges" | "$ZYRDC" zfp -d - - >"$T/pipe.raw" &&
-    "$ZYRDC" zfp -r 16 --dims 37 22 13 "$T/edges" "$T/e.zfp" && "$ZYRDC" zfp -d "$T/e.zfp" "$T/e.raw" &&
+  "$ZYRDC" zfp -r 16 --dims 37 22 13 <"$T/edges" | "$ZYRDC" zfp -d >"$T/pipe.raw" &&
+    "$ZYRDC" zfp -r 16 --dims 37 22 13 -o "$T/e.zfp" "$T/edges" && "$ZYRDC" zfp -d -o "$T/e.raw" "$T/e.zfp" &&
     cmp -s "$T/pipe.raw" "$T/e.raw" || fail "through standard input and output"
   # Refusals: one 'zyrdc: ' line, the exit code, and no output file.
   head -c 100 "$T/r8.zfp" >"$T/cut.zfp"
@@ -311,33 +310,33 @@ TABLE
     eval "expect_error $code zfp $args"
     [ ! -e "$T/res" ] || fail "zfp $args left $T/res"
   done <<'TABLE'
-1 -r 8 --dims 16 12 7 "$T/smooth" "$T/res"
-1 -d "$T/cut.zfp" "$T/res"
-1 -d "$T/cut7.zfp" "$T/res"
-1 -d "$T/magic.zfp" "$T/res"
-1 -d "$T/codec.zfp" "$T/res"
-1 -d "$T/smooth" "$T/res"
-1 -d "$T/missing" "$T/res"
-1 -r 8 --dims 16 12 8 "$T/smooth" "$T/r8.zfp"
-2 --dims 16 12 8 "$T/smooth" "$T/res"
-2 -r 8 -a 1 --dims 16 12 8 "$T/smooth" "$T/res"
-2 -r 8 "$T/smooth" "$T/res"
-2 -r 8 --dims 16 12 "$T/smooth" "$T/res"
-2 -r 8 --dims 16 0 8 "$T/smooth" "$T/res"
-2 -r 8 --dims 16 12 65537 "$T/smooth" "$T/res"
-2 -r 0 --dims 16 12 8 "$T/smooth" "$T/res"
-2 -r 65 --dims 16 12 8 "$T/smooth" "$T/res"
-2 -p 2.5 --dims 16 12 8 "$T/smooth" "$T/res"
-2 -a -1 --dims 16 12 8 "$T/smooth" "$T/res"
-2 -d -r 8 "$T/r8.zfp" "$T/res"
-2 -d "$T/r8.zfp"
+1 -r 8 --dims 16 12 7 -o "$T/res" "$T/smooth"
+1 -d -o "$T/res" "$T/cut.zfp"
+1 -d -o "$T/res" "$T/cut7.zfp"
+1 -d -o "$T/res" "$T/magic.zfp"
+1 -d -o "$T/res" "$T/codec.zfp"
+1 -d -o "$T/res" "$T/smooth"
+1 -d -o "$T/res" "$T/missing"
+2 -r 8 --dims 16 12 8 -o "$T/r8.zfp" "$T/smooth"
+2 --dims 16 12 8 -o "$T/res" "$T/smooth"
+2 -r 8 -a 1 --dims 16 12 8 -o "$T/res" "$T/smooth"
+2 -r 8 -o "$T/res" "$T/smooth"
+2 -r 8 --dims 16 12 -o "$T/res" "$T/smooth"
+2 -r 8 --dims 16 0 8 -o "$T/res" "$T/smooth"
+2 -r 8 --dims 16 12 65537 -o "$T/res" "$T/smooth"
+2 -r 0 --dims 16 12 8 -o "$T/res" "$T/smooth"
+2 -r 65 --dims 16 12 8 -o "$T/res" "$T/smooth"
+2 -p 2.5 --dims 16 12 8 -o "$T/res" "$T/smooth"
+2 -a -1 --dims 16 12 8 -o "$T/res" "$T/smooth"
+2 -d -r 8 -o "$T/res" "$T/r8.zfp"
+2 -d -o "$T/res" "$T/r8.zfp" "$T/cut.zfp"
 TABLE
   for bad in 2d double lossless; do
     [ -e "$T/$bad.zfp" ] || continue
-    expect_error 1 zfp -d "$T/$bad.zfp" "$T/res"
+    expect_error 1 zfp -d -o "$T/res" "$T/$bad.zfp"
     [ ! -e "$T/res" ] || fail "zfp -d $bad.zfp left an output"
   done
-  "$ZYRDC" zfp -r 8 --dims 16 12 8 -f "$T/smooth" "$T/r8.zfp" || fail "-f does not overwrite"
+  "$ZYRDC" zfp -r 8 --dims 16 12 8 -f -o "$T/r8.zfp" "$T/smooth" || fail "-f does not overwrite"
   ;;
 gzip)
   # The standard gzip program is the oracle: it must give back every input at every level.
@@ -350,35 +349,35 @@ gzip)
   for input in empty digits text random run mixed; do
     for level in default 0 1 5 6 9 10 14 19 20 25 29; do
       rm -f "$T/out.gz"
-      opts=(); [ $level = default ] || opts=(-l "$level")
-      "$ZYRDC" gzip "${opts[@]}" "$T/$input" "$T/out.gz" 2>"$T/err" ||
+      opts=(); [ $level = default ] || opts=(--level="$level")
+      "$ZYRDC" gzip -k "${opts[@]}" -o "$T/out.gz" "$T/$input" 2>"$T/err" ||
         fail "gzip -l $level $input: $(cat "$T/err")"
       gzip -dc "$T/out.gz" 2>/dev/null | cmp -s - "$T/$input" ||
         fail "gzip -d does not give back $input written at level $level"
     done
   done
-  "$ZYRDC" gzip - "$T/stdin.gz" <"$T/mixed" && gzip -dc "$T/stdin.gz" | cmp -s - "$T/mixed" ||
+  "$ZYRDC" gzip -o "$T/stdin.gz" - <"$T/mixed" && gzip -dc "$T/stdin.gz" | cmp -s - "$T/mixed" ||
     fail "gzip from standard input"
-  "$ZYRDC" gzip -l 1 "$T/mixed" - | gzip -dc | cmp -s - "$T/mixed" || fail "gzip to standard output"
+  "$ZYRDC" gzip -1 -c "$T/mixed" | gzip -dc | cmp -s - "$T/mixed" || fail "gzip to standard output"
   # An existing output stays unless -f; failures leave neither output nor temporary file.
   echo keep >"$T/exists.gz"
-  expect_error 1 gzip "$T/text" "$T/exists.gz"
+  expect_error 2 gzip -o "$T/exists.gz" "$T/text"
   [ "$(cat "$T/exists.gz")" = keep ] || fail "an existing output was overwritten without -f"
-  "$ZYRDC" gzip -f "$T/text" "$T/exists.gz" && gzip -dc "$T/exists.gz" | cmp -s - "$T/text" ||
+  "$ZYRDC" gzip -fk -o "$T/exists.gz" "$T/text" && gzip -dc "$T/exists.gz" | cmp -s - "$T/text" ||
     fail "-f did not overwrite"
   mkdir "$T/dir"
   while read -r code args; do
     eval "expect_error $code $args"
   done <<'TABLE'
-1 gzip "$T/missing" "$T/dir/a.gz"
-1 gzip "$T/dir" "$T/dir/b.gz"
-1 gzip "$T/text" "$T/nodir/c.gz"
-2 gzip -l 30 "$T/text" "$T/dir/d.gz"
-2 gzip -l -1 "$T/text" "$T/dir/e.gz"
-2 gzip -l six "$T/text" "$T/dir/f.gz"
-2 gzip "$T/text"
-2 gzip "$T/text" "$T/dir/g.gz" "$T/dir/h.gz"
-2 gzip -x "$T/text" "$T/dir/i.gz"
+1 gzip -o "$T/dir/a.gz" "$T/missing"
+2 gzip -o "$T/dir/b.gz" "$T/dir"
+1 gzip -o "$T/nodir/c.gz" "$T/text"
+2 gzip --level=30 -o "$T/dir/d.gz" "$T/text"
+2 gzip --level=-1 -o "$T/dir/e.gz" "$T/text"
+2 gzip --level=six -o "$T/dir/f.gz" "$T/text"
+2 gzip -o "$T/dir/x.gz" "$T/text" "$T/digits"
+2 gzip -o "$T/dir/g.gz" "$T/text" "$T/dir/h.gz"
+2 gzip -x -o "$T/dir/i.gz" "$T/text"
 TABLE
   [ -z "$(ls -A "$T/dir")" ] || fail "failed runs left files behind: $(ls -A "$T/dir")"
   help=$("$ZYRDC" --help) && grep -q '^  gzip ' <<<"$help" || fail "--help lacks gzip"
@@ -407,14 +406,14 @@ lzop)
     for opts in "" "-1" "-9" "--crc32" "-F"; do
       rm -f "$T/z.lzo" "$T/back"
       lzop -q $opts -c "$input" >"$T/z.lzo" || { fail "lzop $opts $input"; continue; }
-      "$ZYRDC" lzop -d "$T/z.lzo" "$T/back" && cmp -s "$input" "$T/back" ||
+      "$ZYRDC" lzop -d -o "$T/back" "$T/z.lzo" && cmp -s "$input" "$T/back" ||
         fail "lzop -d of 'lzop $opts' on $(basename "$input")"
     done
   done
   lzop -q -c <"$T/text" >"$T/z.lzo"
-  "$ZYRDC" lzop -d - - <"$T/z.lzo" >"$T/back" && cmp -s "$T/text" "$T/back" || fail "lzop -d - -"
+  "$ZYRDC" lzop -d <"$T/z.lzo" >"$T/back" && cmp -s "$T/text" "$T/back" || fail "lzop -d - -"
   cat "$T/z.lzo" "$T/z.lzo" >"$T/two.lzo"
-  "$ZYRDC" lzop -d -f "$T/two.lzo" "$T/back" && cmp -s <(cat "$T/text" "$T/text") "$T/back" ||
+  "$ZYRDC" lzop -d -f -o "$T/back" "$T/two.lzo" && cmp -s <(cat "$T/text" "$T/text") "$T/back" ||
     fail "two members"
   # Damage: one line, exit 1, no output left behind.
   size=$(stat -c %s "$T/z.lzo")
@@ -423,42 +422,42 @@ lzop)
   cat "$T/z.lzo" "$T/digits" >"$T/trailing.lzo"
   for bad in bad short trailing; do
     rm -f "$T/out"
-    OUT=/dev/null expect_error 1 lzop -d "$T/$bad.lzo" "$T/out"
+    OUT=/dev/null expect_error 1 lzop -d -o "$T/out" "$T/$bad.lzo"
     [ ! -e "$T/out" ] || fail "lzop -d $bad.lzo left an output file"
   done
-  OUT=/dev/null expect_error 1 lzop -d "$T/digits" "$T/out"            # not an lzop file
-  OUT=/dev/null expect_error 1 lzop -d "$T/z.lzo" "$T/back"             # exists, no -f
-  "$ZYRDC" lzop -d -f "$T/z.lzo" "$T/back" || fail "lzop -d -f"
+  OUT=/dev/null expect_error 1 lzop -d -o "$T/out" "$T/digits"            # not an lzop file
+  OUT=/dev/null expect_error 2 lzop -d -o "$T/back" "$T/z.lzo"             # exists, no -f
+  "$ZYRDC" lzop -d -f -o "$T/back" "$T/z.lzo" || fail "lzop -d -f"
   ;;
 lzss)
   head -c 300000 /dev/urandom | od -An -tx1 | head -c 400000 >"$T/text"
   # Any piece size codes and decodes, through files and pipes; the coded bytes depend on the
   # piece size when coding, not on the one used to decode.
   for piece in 1 7 4096 65536 1000000; do
-    "$ZYRDC" lzss --piece "$piece" "$T/text" "$T/z$piece" || fail "lzss --piece $piece"
-    "$ZYRDC" lzss -d -p 3 "$T/z$piece" "$T/back" -f && cmp -s "$T/text" "$T/back" ||
+    "$ZYRDC" lzss --piece "$piece" -o "$T/z$piece" "$T/text" || fail "lzss --piece $piece"
+    "$ZYRDC" lzss -d -p 3 -f -o "$T/back" "$T/z$piece" && cmp -s "$T/text" "$T/back" ||
       fail "lzss round trip, piece $piece"
   done
-  "$ZYRDC" lzss - - <"$T/text" | "$ZYRDC" lzss -d - - | cmp -s - "$T/text" || fail "lzss through pipes"
-  cmp -s "$T/z65536" <("$ZYRDC" lzss - - <"$T/text") || fail "lzss: default piece is not 65536"
+  "$ZYRDC" lzss <"$T/text" | "$ZYRDC" lzss -d | cmp -s - "$T/text" || fail "lzss through pipes"
+  cmp -s "$T/z65536" <("$ZYRDC" lzss <"$T/text") || fail "lzss: default piece is not 65536"
   [ "$(stat -c %s "$T/z65536")" -lt 300000 ] || fail "lzss did not compress text"
   : >"$T/empty"
-  "$ZYRDC" lzss "$T/empty" "$T/ze" && [ "$(stat -c %s "$T/ze")" -eq 17 ] &&
-    "$ZYRDC" lzss -d "$T/ze" "$T/back" -f && [ ! -s "$T/back" ] || fail "lzss of nothing"
+  "$ZYRDC" lzss -o "$T/ze" "$T/empty" && [ "$(stat -c %s "$T/ze")" -eq 17 ] &&
+    "$ZYRDC" lzss -d -f -o "$T/back" "$T/ze" && [ ! -s "$T/back" ] || fail "lzss of nothing"
   # The header and trailer refuse what the bare stream cannot: a raw stream, a flipped byte,
   # a cut file; --raw still codes the bare stream both ways.
-  "$ZYRDC" lzss --raw "$T/text" "$T/raw" && "$ZYRDC" lzss -d --raw "$T/raw" "$T/back" -f &&
+  "$ZYRDC" lzss --raw -o "$T/raw" "$T/text" && "$ZYRDC" lzss -d --raw -f -o "$T/back" "$T/raw" &&
     cmp -s "$T/text" "$T/back" && [ "$(stat -c %s "$T/raw")" -eq $(($(stat -c %s "$T/z65536") - 17)) ] ||
     fail "lzss --raw round trip"
   cp "$T/z65536" "$T/bad" && printf 'x' | dd of="$T/bad" bs=1 seek=5000 conv=notrunc 2>/dev/null
   head -c -3 "$T/z65536" >"$T/cut"
   for broken in raw bad cut; do
-    OUT=/dev/null expect_error 1 lzss -d -f "$T/$broken" "$T/back$broken"
+    OUT=/dev/null expect_error 1 lzss -d -f -o "$T/back$broken" "$T/$broken"
     [ ! -e "$T/back$broken" ] || fail "lzss -d left output for a $broken file"
   done
-  OUT=/dev/null expect_error 2 lzss --piece 0 "$T/text" "$T/out"
-  OUT=/dev/null expect_error 2 lzss "$T/text"
-  OUT=/dev/null expect_error 1 lzss "$T/text" "$T/back"                 # exists, no -f
+  OUT=/dev/null expect_error 2 lzss --piece 0 -o "$T/out" "$T/text"
+  OUT=/dev/null expect_error 2 lzss -o "$T/out" "$T/text" "$T/raw"
+  OUT=/dev/null expect_error 2 lzss -o "$T/back" "$T/text"                 # exists, no -f
   out=$("$ZYRDC" bench -t 0.01 -p lzss -p lzss-decode "$T/text") || fail "bench lzss rows"
   [ "$(grep -Ec '^lzss(-decode)? .* ok$' <<<"$out")" -eq 2 ] || fail "bench lzss rows: $out"
   ;;

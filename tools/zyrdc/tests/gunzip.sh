@@ -19,9 +19,9 @@ for input in empty text mixed; do
   for level in 1 2 3 4 5 6 7 8 9; do
     gzip -"$level" -c "$T/$input" >"$T/in.gz"
     rm -f "$T/out"
-    "$ZYRDC" gzip -d "$T/in.gz" "$T/out" && cmp -s "$T/out" "$T/$input" ||
+    "$ZYRDC" gzip -dk -o "$T/out" "$T/in.gz" && cmp -s "$T/out" "$T/$input" ||
       fail "gzip -d of gzip -$level $input"
-    "$ZYRDC" gzip -"$level" "$T/$input" "$T/mine.gz" -f && gzip -dc "$T/mine.gz" | cmp -s - "$T/$input" ||
+    "$ZYRDC" gzip -"$level" -fk -o "$T/mine.gz" "$T/$input" && gzip -dc "$T/mine.gz" | cmp -s - "$T/$input" ||
       fail "gzip -d does not read zyrdc gzip -$level $input"
   done
 done
@@ -65,7 +65,7 @@ mkdir "$T/dir"
 for bad in truncated half badcrc badsize baddata trailing text empty badhcrc; do
   [ -f "$T/$bad.gz" ] || [ -f "$T/$bad" ] || continue
   f="$T/$bad.gz"; [ -f "$f" ] || f="$T/$bad"
-  "$ZYRDC" gzip -d "$f" "$T/dir/out" 2>"$T/err"; rc=$?
+  "$ZYRDC" gzip -dk -o "$T/dir/out" "$f" 2>"$T/err"; rc=$?
   [ $rc -eq 1 ] || fail "$bad: exit $rc, wanted 1"
   [ "$(wc -l <"$T/err")" -eq 1 ] && grep -q '^zyrdc: ' "$T/err" || fail "$bad: not one error line: $(cat "$T/err")"
   "$ZYRDC" gzip -t "$f" 2>/dev/null && fail "$bad: -t accepts it"
