@@ -57,6 +57,8 @@ gzip||.gz|0|text
 gzip|-9|.gz|0|run
 gzip|--level=25|.gz|0|random
 gzip|--fast|.gz|0|text
+bzip2||.bz2|0|text
+bzip2|-1 -T2|.bz2|0|run
 lz4||.lz4|1|text
 lz4|-12 -BD|.lz4|1|run
 lz4|--fast=5 -B4|.lz4|1|random
@@ -72,7 +74,8 @@ TABLE
 twins)
   # STANDARD | ZYRDC TWIN | what to compare: files (the directory's names, decoded alike),
   # out (standard output, byte for byte) or zout:TOOL (standard output after TOOL -dc).
-  # The files: f and g (text), and h.gz, h.lz4 and h.lzo of f written by the standard tools.
+  # The files: f and g (text), and h.gz, h.lz4, h.lzo and h.bz2 of f written by the standard
+  # tools.
   while IFS='|' read -r std twin check; do
     [ -z "$std" ] && continue
     tool=${std%% *}
@@ -81,6 +84,7 @@ twins)
       d=$T/$side; rm -rf "$d"; mkdir "$d"
       cp "$T/text" "$d/f"; cp "$T/run" "$d/g"
       gzip -c "$d/f" >"$d/h.gz"; lz4 -q -c "$d/f" >"$d/h.lz4"; lzop -c "$d/f" >"$d/h.lzo"
+      bzip2 -c "$d/f" >"$d/h.bz2"
     done
     (cd "$T/A" && eval "$std") >"$T/A.out" 2>/dev/null; rcA=$?
     (cd "$T/B" && zyrdc() { "$ZYRDC" "$@"; } && eval "$twin") >"$T/B.out" 2>/dev/null; rcB=$?
@@ -94,6 +98,7 @@ twins)
         *.gz) gzip -dc "$T/B/$f" | cmp -s - <(gzip -dc "$T/A/$f") ;;
         *.lz4) lz4 -dc "$T/B/$f" | cmp -s - <(lz4 -dc "$T/A/$f") ;;
         *.lzo) lzop -dc "$T/B/$f" | cmp -s - <(lzop -dc "$T/A/$f") ;;
+        *.bz2) bzip2 -dc "$T/B/$f" | cmp -s - <(bzip2 -dc "$T/A/$f") ;;
         *) cmp -s "$T/A/$f" "$T/B/$f" ;;
         esac || fail "'$std' and '$twin' differ in $f"
       done ;;
@@ -113,6 +118,15 @@ gzip <f|zyrdc gzip <f|zout:gzip
 gzip -t h.gz|zyrdc gzip -t h.gz|out
 gzip -l h.gz|zyrdc gzip -l h.gz|out
 gzip -d f|zyrdc gzip -d f|files
+bzip2 f|zyrdc bzip2 f|files
+bzip2 -9 -k f g|zyrdc bzip2 -9 -k f g|files
+bzip2 -d h.bz2|zyrdc bzip2 -d h.bz2|files
+bunzip2 -k h.bz2|zyrdc bzip2 -dk h.bz2|files
+bzip2 -dc h.bz2|zyrdc bzip2 -dc h.bz2|out
+bzcat h.bz2|zyrdc bzip2 -dc h.bz2|out
+bzip2 -c f|zyrdc bzip2 -c f|zout:bzip2
+bzip2 <f|zyrdc bzip2 <f|zout:bzip2
+bzip2 -t h.bz2|zyrdc bzip2 -t h.bz2|out
 lz4 -m f g|zyrdc lz4 -m f g|files
 lz4 -9 f out.lz4|zyrdc lz4 -9 f out.lz4|files
 lz4 -d h.lz4 out|zyrdc lz4 -d h.lz4 out|files
