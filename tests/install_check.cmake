@@ -35,7 +35,7 @@ if(NOT rc EQUAL 0 OR NOT out MATCHES "crc32 [0-9a-f]+  adler32 [0-9a-f]+")
 endif()
 
 # Every C example builds against the installed package and runs (on its own source).
-foreach(example lz4_block bzip2_stages bzip2_stream zfp_volume)
+foreach(example lz4_block gzip_member bzip2_stages bzip2_stream zfp_volume)
   execute_process(COMMAND ${CC} ${flags} -std=c99 -pedantic -Wall -Werror ${SOURCE}/examples/${example}.c
                           ${pcflags} -lm -o ${BUILD}/install-check/${example} RESULT_VARIABLE rc)
   if(NOT rc EQUAL 0)
