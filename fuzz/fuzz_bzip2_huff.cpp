@@ -23,6 +23,7 @@ struct Result {
     std::vector<uint16_t> out;
     size_t consumed;
     uint32_t code, bits;
+    bool past_full = false;  // a fault met by the probe past the one-shot's full destination
 };
 
 struct Buffers {
@@ -93,7 +94,7 @@ Result Pieces(const uint8_t* stream, size_t n, int32_t max_symbols, uint32_t cod
         const Result before = {StatusDstFull, r.out, r.consumed, r.code, r.bits};
         const ZyrStatus s = Call(context, stream + r.consumed, static_cast<int32_t>(fed - r.consumed), used,
                                  r.code, r.bits, dst, room, rec);
-        if (s < 0) return {s, {}, 0, 0, 0};
+        if (s < 0) return {s, {}, 0, 0, 0, !context && left == 0};
         if (!context && left == 0 && room > 0) return before;
         r.consumed += used;
         if (!context) r.out.insert(r.out.end(), dst, dst + room);
@@ -117,6 +118,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint32_t seed = data[2] | data[3] << 8, bits = data[4] & 7u, code = data[5] & ((1u << bits) - 1);
     const Result once = OneShot(data + 6, size - 6, max_symbols, code, bits);
     const Result split = Pieces(data + 6, size - 6, max_symbols, code, bits, seed);
+    // The probe for a slot beyond the one-shot's capacity decodes the symbol that did not fit
+    // there and may then meet a fault in the next one, which the one-shot never reached.
+    if (split.past_full && once.status == StatusDstFull) return 0;
     FuzzCheck(split.status == once.status);
     if (once.status >= 0) {
         FuzzCheck(split.out == once.out && split.consumed == once.consumed);
