@@ -21,3 +21,17 @@ bench_program() {
   fi
   echo "$exe"
 }
+
+# big_corpus_file PATH  writes 100 MB of the corpus's text, tar, spreadsheet and image files
+# (repeated) to PATH, the input of the wall-time comparisons with the standard tools.
+big_corpus_file() {
+  local big=$1 corpus=${ZYRDC_CORPUS:-$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)/../shared/corpus}
+  : >"$big"
+  while [ "$(stat -c %s "$big")" -lt 100000000 ]; do
+    cat "$corpus"/*.txt "$corpus"/*.tar "$corpus"/kennedy.xls "$corpus"/ptt5 >>"$big"
+  done
+  head -c 100000000 "$big" >"$big.tmp" && mv "$big.tmp" "$big"
+}
+
+# wall COMMAND...  runs COMMAND and prints its wall time in seconds.
+wall() { local t0 t1; t0=$(date +%s.%N); "$@"; t1=$(date +%s.%N); echo "$t1 - $t0" | bc; }

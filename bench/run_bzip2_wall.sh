@@ -10,12 +10,9 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 zyrdc=${1:-$root/build/x86_64-release/tools/zyrdc/zyrdc}
 work=${2:-$(mktemp -d)}
 mkdir -p "$work"
-corpus=${ZYRDC_CORPUS:-$root/../shared/corpus}
+source "$root/bench/common.sh"
 big="$work/big"
-: >"$big"
-while [ "$(stat -c %s "$big")" -lt 100000000 ]; do cat "$corpus"/*.txt "$corpus"/*.tar "$corpus"/kennedy.xls "$corpus"/ptt5 >>"$big"; done
-head -c 100000000 "$big" >"$big.tmp" && mv "$big.tmp" "$big"
-wall() { local t0 t1; t0=$(date +%s.%N); "$@"; t1=$(date +%s.%N); echo "$t1 - $t0" | bc; }
+big_corpus_file "$big"
 echo "| job | zyrdc s | bzip2 s | bzip2 / zyrdc |"
 echo "|---|---|---|---|"
 b=$(wall sh -c "bzip2 -9 -c '$big' >'$work/theirs.bz2'")

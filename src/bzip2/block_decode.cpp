@@ -96,6 +96,16 @@ int64_t SymbolsToColumn(const uint16_t* src, int32_t src_len, const MtfList& ini
     MtfList list = initial;
     uint32_t n = 0;
     uint32_t run = 0, weight = 1;
+    // A pending run is copies of the list's front byte; false when it would not fit.
+    const auto put_run = [&] {
+        if (run > block_size - n) return false;
+        const uint8_t front = list.b[0];
+        FillEntries(t + n, run, front);
+        counts[front] += run;
+        n += run;
+        run = 0;
+        return true;
+    };
     for (int32_t i = 0; i < src_len; ++i) {
         const uint32_t s = src[i];
         if (s < 2) {
@@ -106,15 +116,8 @@ int64_t SymbolsToColumn(const uint16_t* src, int32_t src_len, const MtfList& ini
             if (run > block_size) return -1;
             continue;
         }
-        if (run != 0) {
-            if (run > block_size - n) return -1;
-            const uint8_t front = list.b[0];
-            FillEntries(t + n, run, front);
-            counts[front] += run;
-            n += run;
-            run = 0;
-            weight = 1;
-        }
+        if (run != 0 && !put_run()) return -1;
+        weight = 1;
         const uint32_t index = s - 1;
         if (index >= n_in_use || n == block_size) return -1;
         const uint8_t b = list.b[index];
@@ -122,13 +125,7 @@ int64_t SymbolsToColumn(const uint16_t* src, int32_t src_len, const MtfList& ini
         t[n++] = b;
         ++counts[b];
     }
-    if (run != 0) {
-        if (run > block_size - n) return -1;
-        const uint8_t front = list.b[0];
-        FillEntries(t + n, run, front);
-        counts[front] += run;
-        n += run;
-    }
+    if (run != 0 && !put_run()) return -1;
     return n;
 }
 
