@@ -1,5 +1,5 @@
-// bzip2 Huffman stage: streams of libbz2 decoded through Unpack/DecodeHuff and the inverse
-// stages, streams of the forward stages and Init/Pack/EncodeHuff decoded by libbz2; the
+// bzip2 Huffman stage: streams of libbz2 decoded through Unpack/DecodeHuff and the block
+// decoder, streams of the forward stages and Init/Pack/EncodeHuff decoded by libbz2; the
 // table choice's edge cases; hand-built contexts (long codes, every fault); any split of
 // source and destination against one call; refusals; the same bytes in both builds.
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "bzip2/huff.hpp"
+#include "bzip2_support.hpp"
 #include "data.hpp"
 #include "zyrdc.h"
 #if defined(ZYRDC_HAVE_BZIP2)
@@ -53,57 +54,15 @@ struct BitSource {
     }
 };
 
-struct Block {
-    Bytes in_use = Bytes(256);
-    Symbols symbols;  // EOB last
-    int32_t orig_ptr = 0, n = 0, dict = 0, one = 1;
+// A block's symbols with EOB last, and the CRC of its bytes.
+struct Block : zyrdc::test::Bz2Block {
     uint32_t crc = 0;
 };
-
-// Run-length stage, dictionary, transform, move-to-front and zero-run coding, then EOB.
 Block Forward(const Bytes& data) {
-    Block b;
-    uint8_t rle[264], mtf[256];
-    Bytes coded(data.size() * 5 / 4 + 8), last(coded.size()), idx(coded.size()), work(18 * coded.size() + 524484);
-    const uint8_t* src = data.data();
-    int32_t left = static_cast<int32_t>(data.size()), count = b.n = static_cast<int32_t>(coded.size());
-    zyrsEncodeRLEInit_BZ2_8u(rle);
-    EXPECT_EQ(zyrsEncodeRLE_BZ2_8u(&src, &left, coded.data(), &b.n, rle), StatusOk);
-    zyrsEncodeRLEFlush_BZ2_8u(coded.data() + b.n, &b.one, rle);
-    b.n += b.one;
-    zyrsRLEGetInUseTable_8u(b.in_use.data(), rle);
-    zyrsReduceDictionary_8u_I(b.in_use.data(), coded.data(), b.n, &b.dict);
-    EXPECT_EQ(zyrsBWTFwd_8u(coded.data(), last.data(), b.n, &b.orig_ptr, work.data()), StatusOk);
-    zyrsMTFInit_8u(mtf);
-    zyrsMTFFwd_8u(last.data(), idx.data(), b.n, mtf);
-    std::vector<uint32_t> freq(258);
-    b.symbols.resize(idx.size());
-    src = idx.data();
-    EXPECT_EQ(zyrsEncodeZ1Z2_BZ2_8u16u(&src, &b.n, b.symbols.data(), &count, freq.data()), StatusOk);
-    b.symbols.resize(static_cast<size_t>(count));
-    b.symbols.push_back(static_cast<uint16_t>(b.dict + 1));
+    Block b{zyrdc::test::Bz2Forward(data, true)};
+    b.symbols.push_back(static_cast<uint16_t>(std::count(b.in_use.begin(), b.in_use.end(), 1) + 1));
     zyrsCRC32_BZ2_8u(data.data(), static_cast<int32_t>(data.size()), &b.crc);
     return b;
-}
-
-// The inverse stages of a block's symbols (EOB not included).
-Bytes Inverse(const Symbols& symbols, const Bytes& in_use, int32_t orig_ptr) {
-    Bytes idx(900000), last(idx.size()), coded(idx.size()), work(4 * idx.size() + 1024), out(900000 * 52);
-    const uint16_t* sp = symbols.data();
-    int32_t left = static_cast<int32_t>(symbols.size()), n = static_cast<int32_t>(idx.size());
-    int32_t dict = static_cast<int32_t>(std::count(in_use.begin(), in_use.end(), 1)), room = static_cast<int32_t>(out.size());
-    EXPECT_EQ(zyrsDecodeZ1Z2_BZ2_16u8u(&sp, &left, idx.data(), &n), StatusOk);
-    uint8_t mtf[256], rle[264], *dp = out.data();
-    zyrsMTFInit_8u(mtf);
-    zyrsMTFInv_8u(idx.data(), last.data(), n, mtf);
-    EXPECT_EQ(zyrsBWTInv_8u(last.data(), coded.data(), n, orig_ptr, work.data()), StatusOk);
-    zyrsExpandDictionary_8u_I(in_use.data(), coded.data(), n, dict);
-    const uint8_t* cp = coded.data();
-    zyrsDecodeRLEStateInit_BZ2_8u(rle);
-    EXPECT_EQ(zyrsDecodeRLEState_BZ2_8u(&cp, &n, &dp, &room, rle), StatusOk);
-    EXPECT_EQ(zyrsDecodeRLEStateFlush_BZ2_8u(rle, &dp, &room), StatusOk);
-    out.resize(out.size() - static_cast<size_t>(room));
-    return out;
 }
 
 // Source pieces and destination room drawn from rng, or everything at once without one.
@@ -193,7 +152,10 @@ Bytes Decompress(const Bytes& bz2, std::mt19937* rng = nullptr) {
         const auto orig_ptr = static_cast<int32_t>(in.Get(24));
         Symbols symbols;
         EXPECT_EQ(DecodeSymbols(in, state.data(), in_use, symbols, rng), StatusOk);
-        const Bytes bytes = Inverse(symbols, in_use, orig_ptr);
+        Bytes bytes;
+        const int32_t block_size = 100000 * level;
+        EXPECT_EQ(zyrdc::test::Bz2Decode({symbols, in_use, orig_ptr}, block_size, 52 * block_size + 256, &bytes),
+                  StatusOk);
         uint32_t check = 0;
         zyrsCRC32_BZ2_8u(bytes.data(), static_cast<int32_t>(bytes.size()), &check);
         EXPECT_EQ(check, crc);
