@@ -87,6 +87,8 @@ public:
     Output(uint8_t* dst, size_t capacity) : d_(dst), cap_(capacity) {}
 
     size_t pos() const { return pos_; }
+    uint8_t* base() const { return d_; }
+    size_t capacity() const { return cap_; }
     void Rewind(size_t pos) { pos_ = pos; }
     size_t Reserve() { return pos_++; }
     void Put(size_t at, uint8_t v) { d_[at] = v; }
@@ -190,6 +192,19 @@ struct Matcher {
         } else {
             return T::Hash(src + pos + ahead);
         }
+    }
+    // The 32-bit word at pos + ahead, from the window where there is one.
+    uint32_t WordAhead(uint64_t window, uint32_t pos, unsigned ahead) const {
+        if constexpr (sizeof(void*) == 8) {
+            return static_cast<uint32_t>(window >> (8 * ahead));
+        } else {
+            return load_u32le(src + pos + ahead);
+        }
+    }
+    // The candidate can start a match for the position: in reach and its first word equal
+    // to `word`, the position's.
+    ZYRDC_INLINE bool Starts(uint32_t pos, uint32_t cand, uint32_t word) const {
+        return T::InReach(pos, cand) && load_u32le(src + cand) == word;
     }
     // Hash of any position with at least 5 bytes after it.
     uint32_t HashNearEnd(uint32_t pos) const { return T::Hash(src + pos); }
@@ -321,6 +336,9 @@ private:
         if (n_ <= kProbeTail || !FirstMatch(m)) {
             return Close();
         }
+        if constexpr (!kBounded) {
+            return Unbounded(m);
+        }
         while (Emit(m)) {
             if (!NextMatch(m)) break;
         }
@@ -396,6 +414,143 @@ private:
         }
         this->ExtendBackwards(m);
         return true;
+    }
+
+    // The unbounded encoder after its first match: one loop over the sequences with the
+    // source, table, anchor and write position in registers. The destination has room for
+    // the worst case, which leaves at least 16 bytes free after the literals of any
+    // sequence with a match (those literals end at or before the search limit, 21 bytes
+    // before the source end, while the block runs at most one byte and one 255-run byte per
+    // 255 literals ahead of the source), so literals are copied in whole 16-byte units.
+    ZYRDC_INLINE EncodeResult Unbounded(Match first) {
+        const uint8_t* const src = this->src_;
+        const uint32_t last = last_;
+        T table = matcher_.table;
+        uint8_t* const dst = out_.base();
+        uint8_t* const dstEnd = dst + out_.capacity();
+        uint8_t* op = dst;
+        uint32_t anchor = 0;
+        uint32_t pos = first.pos, cand = first.cand, len = first.len;
+        for (;;) {
+            // The sequence: token, literal run, literals, offset, match run.
+            const uint32_t lit = pos - anchor;
+            const uint32_t code = len - kMinMatch;
+            uint8_t* const token = op++;
+            if (lit >= kRunNibble) op = LiteralRun(op, lit - kRunNibble);
+            {
+                const uint8_t* s = src + anchor;
+                uint8_t* d = op;
+                do {
+                    _mm_storeu_si128(reinterpret_cast<__m128i*>(d),
+                                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
+                    s += 16;
+                    d += 16;
+                } while (d < op + lit);
+            }
+            op += lit;
+            store_u16le(op, static_cast<uint16_t>(pos - cand));
+            op += 2;
+            if (code >= kRunNibble) {
+                *token = static_cast<uint8_t>(std::min(lit, kRunNibble) << 4 | kRunNibble);
+                op = MatchRun(op, code - kRunNibble, dstEnd);
+            } else {
+                *token = static_cast<uint8_t>(std::min(lit, kRunNibble) << 4 | code);
+            }
+            anchor = pos + len;
+
+            // The next match: batches of three after a short literal run, then a growing step.
+            uint32_t p = anchor;
+            if (lit < kBatchAfterLiterals) {
+                for (int b = 0; b < kBatches; ++b, p += 3) {
+                    if (p + 2 > last) goto close;
+                    const uint64_t w = matcher_.Window(p);
+                    const uint32_t h0 = matcher_.HashAhead(w, p, 0), h1 = matcher_.HashAhead(w, p, 1),
+                                   h2 = matcher_.HashAhead(w, p, 2);
+                    const uint32_t c0 = table.Get(h0), c1 = table.Get(h1), c2 = table.Get(h2);
+                    table.Put(h0, p);
+                    table.Put(h1, p + 1);
+                    table.Put(h2, p + 2);
+                    if (matcher_.Starts(p, c0, matcher_.WordAhead(w, p, 0))) {
+                        pos = p;
+                        cand = c0;
+                        goto found;
+                    }
+                    if (matcher_.Starts(p + 1, c1, matcher_.WordAhead(w, p, 1))) {
+                        pos = p + 1;
+                        cand = c1;
+                        goto found;
+                    }
+                    if (matcher_.Starts(p + 2, c2, matcher_.WordAhead(w, p, 2))) {
+                        pos = p + 2;
+                        cand = c2;
+                        goto found;
+                    }
+                }
+            }
+            if (p > last) goto close;
+            {
+                // The next position's hash and candidate are read before the current one is
+                // compared; the table sees the reads and stores of one probe after another.
+                uint32_t h = matcher_.Hash(p);
+                uint32_t c = table.Get(h);
+                for (uint32_t k = 128;; ++k) {
+                    table.Put(h, p);
+                    const uint32_t next = p + (k >> 6);
+                    uint32_t nextCand = 0;
+                    if (next <= last) {
+                        h = matcher_.Hash(next);
+                        nextCand = table.Get(h);
+                    }
+                    if (matcher_.Starts(p, c, load_u32le(src + p))) {
+                        pos = p;
+                        cand = c;
+                        goto found;
+                    }
+                    if (next > last) goto close;
+                    p = next;
+                    c = nextCand;
+                }
+            }
+        found:
+            len = MatchLength(src, pos, cand, this->n_ - pos - kLaterMatchTail);
+            {
+                // Backwards over pending literals while the candidate has bytes before it.
+                const uint32_t most = std::min(pos - anchor, cand);
+                uint32_t back = 0;
+                while (back < most && src[pos - back - 1] == src[cand - back - 1]) ++back;
+                pos -= back;
+                cand -= back;
+                len += back;
+            }
+        }
+    close:
+        out_.Rewind(static_cast<size_t>(op - dst));
+        anchor_ = anchor;
+        return Close();
+    }
+
+    // Continuation bytes of a literal count (`rest` = count - 15), which are followed by at
+    // least 15 literals: the 8-byte store of 255s is in bounds.
+    ZYRDC_INLINE static uint8_t* LiteralRun(uint8_t* op, uint32_t rest) {
+        if (rest < 8 * 255) {
+            store_u64le(op, ~uint64_t{0});
+            op += rest / 255;
+        } else {
+            for (; rest >= 255; rest -= 255) *op++ = 255;
+        }
+        *op++ = static_cast<uint8_t>(rest % 255);
+        return op;
+    }
+    // Continuation bytes of a match code, exact where the 8-byte store would pass the end.
+    static uint8_t* MatchRun(uint8_t* op, uint32_t rest, uint8_t* end) {
+        if (rest < 8 * 255 && op + 8 <= end) {
+            store_u64le(op, ~uint64_t{0});
+            op += rest / 255;
+        } else {
+            for (; rest >= 255; rest -= 255) *op++ = 255;
+        }
+        *op++ = static_cast<uint8_t>(rest % 255);
+        return op;
     }
 
     // Bounded: the pending literals up to p could no longer be written before the limit.
