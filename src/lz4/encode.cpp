@@ -354,6 +354,59 @@ protected:
     uint32_t lastLiterals_ = 0;
 };
 
+// ---- sequences of the unbounded encoders ------------------------------------------------
+
+// Continuation bytes of a literal count (`rest` = count - 15), which are followed by at
+// least 15 literals: the 8-byte store of 255s is in bounds.
+ZYRDC_INLINE uint8_t* LiteralRun(uint8_t* op, uint32_t rest) {
+    if (rest < 8 * 255) {
+        store_u64le(op, ~uint64_t{0});
+        op += rest / 255;
+    } else {
+        for (; rest >= 255; rest -= 255) *op++ = 255;
+    }
+    *op++ = static_cast<uint8_t>(rest % 255);
+    return op;
+}
+// Continuation bytes of a match code, exact where the 8-byte store would pass the end.
+inline uint8_t* MatchRun(uint8_t* op, uint32_t rest, uint8_t* end) {
+    if (rest < 8 * 255 && op + 8 <= end) {
+        store_u64le(op, ~uint64_t{0});
+        op += rest / 255;
+    } else {
+        for (; rest >= 255; rest -= 255) *op++ = 255;
+    }
+    *op++ = static_cast<uint8_t>(rest % 255);
+    return op;
+}
+
+// Token, literal run, literals, offset and match run of one sequence, for the encoders whose
+// destination has room for the worst case. That room leaves at least 16 bytes free after
+// the literals of any sequence with a match (those literals end at or before the search
+// limit, 21 bytes before the source end, while the block runs at most one byte and one
+// 255-run byte per 255 literals ahead of the source), so literals go in whole 16-byte units.
+ZYRDC_INLINE uint8_t* WriteSequence(uint8_t* op, uint8_t* end, const uint8_t* lits, uint32_t lit, uint32_t offset,
+                                    uint32_t len) {
+    const uint32_t code = len - kMinMatch;
+    uint8_t* const token = op++;
+    if (lit >= kRunNibble) op = LiteralRun(op, lit - kRunNibble);
+    uint8_t* d = op;
+    do {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_loadu_si128(reinterpret_cast<const __m128i*>(lits)));
+        lits += 16;
+        d += 16;
+    } while (d < op + lit);
+    op += lit;
+    store_u16le(op, static_cast<uint16_t>(offset));
+    op += 2;
+    if (code >= kRunNibble) {
+        *token = static_cast<uint8_t>(std::min(lit, kRunNibble) << 4 | kRunNibble);
+        return MatchRun(op, code - kRunNibble, end);
+    }
+    *token = static_cast<uint8_t>(std::min(lit, kRunNibble) << 4 | code);
+    return op;
+}
+
 // ---- the greedy encoder ----------------------------------------------------------------
 
 template <class T, bool kBounded>
@@ -465,11 +518,7 @@ private:
     }
 
     // The unbounded encoder after its first match: one loop over the sequences with the
-    // source, table, anchor and write position in registers. The destination has room for
-    // the worst case, which leaves at least 16 bytes free after the literals of any
-    // sequence with a match (those literals end at or before the search limit, 21 bytes
-    // before the source end, while the block runs at most one byte and one 255-run byte per
-    // 255 literals ahead of the source), so literals are copied in whole 16-byte units.
+    // source, table, anchor and write position in registers.
     ZYRDC_INLINE EncodeResult Unbounded(Match first) {
         const uint8_t* const src = this->src_;
         const uint32_t last = last_;
@@ -480,30 +529,8 @@ private:
         uint32_t anchor = 0;
         uint32_t pos = first.pos, cand = first.cand, len = first.len;
         for (;;) {
-            // The sequence: token, literal run, literals, offset, match run.
             const uint32_t lit = pos - anchor;
-            const uint32_t code = len - kMinMatch;
-            uint8_t* const token = op++;
-            if (lit >= kRunNibble) op = LiteralRun(op, lit - kRunNibble);
-            {
-                const uint8_t* s = src + anchor;
-                uint8_t* d = op;
-                do {
-                    _mm_storeu_si128(reinterpret_cast<__m128i*>(d),
-                                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)));
-                    s += 16;
-                    d += 16;
-                } while (d < op + lit);
-            }
-            op += lit;
-            store_u16le(op, static_cast<uint16_t>(pos - cand));
-            op += 2;
-            if (code >= kRunNibble) {
-                *token = static_cast<uint8_t>(std::min(lit, kRunNibble) << 4 | kRunNibble);
-                op = MatchRun(op, code - kRunNibble, dstEnd);
-            } else {
-                *token = static_cast<uint8_t>(std::min(lit, kRunNibble) << 4 | code);
-            }
+            op = WriteSequence(op, dstEnd, src + anchor, lit, pos - cand, len);
             anchor = pos + len;
 
             // The next match: batches of three after a short literal run, then a growing step.
@@ -573,30 +600,6 @@ private:
         out_.Rewind(static_cast<size_t>(op - dst));
         anchor_ = anchor;
         return Close();
-    }
-
-    // Continuation bytes of a literal count (`rest` = count - 15), which are followed by at
-    // least 15 literals: the 8-byte store of 255s is in bounds.
-    ZYRDC_INLINE static uint8_t* LiteralRun(uint8_t* op, uint32_t rest) {
-        if (rest < 8 * 255) {
-            store_u64le(op, ~uint64_t{0});
-            op += rest / 255;
-        } else {
-            for (; rest >= 255; rest -= 255) *op++ = 255;
-        }
-        *op++ = static_cast<uint8_t>(rest % 255);
-        return op;
-    }
-    // Continuation bytes of a match code, exact where the 8-byte store would pass the end.
-    static uint8_t* MatchRun(uint8_t* op, uint32_t rest, uint8_t* end) {
-        if (rest < 8 * 255 && op + 8 <= end) {
-            store_u64le(op, ~uint64_t{0});
-            op += rest / 255;
-        } else {
-            for (; rest >= 255; rest -= 255) *op++ = 255;
-        }
-        *op++ = static_cast<uint8_t>(rest % 255);
-        return op;
     }
 
     // Bounded: the pending literals up to p could no longer be written before the limit.
@@ -676,78 +679,124 @@ public:
     }
 
 private:
+    // One loop over the sequences with the source, table, anchor and write position in
+    // registers.
     EncodeResult Encode() {
         if (n_ <= kProbeTail) {
             return this->Finish(n_);
         }
-        // Position 1 against position 0: a run starting the block is found at once.
-        Match m{1, 0, 0};
-        matcher_.table.Put(matcher_.Hash(1), 1);
-        m.len = matcher_.Length(1, 0, kAcceleratedTail);
-        if (m.len == 0 && !Search(2, m)) {
-            return this->Finish(n_);
-        }
-        for (bool first = true;; first = false) {
-            if (!first) this->ExtendBackwards(m);
-            this->EndSequence(this->BeginSequence(m), m, m.len);
-            // Seed the table near the match end and look right there before thinning out.
-            Matcher<T> mt = matcher_;
-            const uint32_t end = anchor_;
-            mt.table.Put(mt.HashNearEnd(end - 2), end - 2);
-            if (end > last_) break;
-            uint32_t cand, len;
-            if ((len = mt.Probe(end, mt.Hash(end), kAcceleratedTail, cand)) != 0) {
-                m = {end, cand, len};
-                continue;
-            }
-            if (end + 1 > last_) break;
-            if ((len = mt.Probe(end + 1, mt.Hash(end + 1), kAcceleratedTail, cand)) != 0) {
-                m = {end + 1, cand, len};
-                continue;
-            }
-            if (!Search(end + 2, m)) break;
-        }
-        return this->Finish(n_ - anchor_);
-    }
+        const uint8_t* const src = this->src_;
+        const uint32_t n = n_;
+        const uint32_t last = last_;
+        const Matcher<T> mt = matcher_;
+        T table = matcher_.table;
+        uint8_t* const dst = this->out_.base();
+        uint8_t* const dstEnd = dst + this->out_.capacity();
+        uint8_t* op = dst;
+        uint32_t anchor = 0;
+        uint32_t pos = 1, cand = 0;
+        bool extend = false;  // the first match of the block is not extended backwards
+        uint64_t p;
 
-    // Batches of four positions `step` apart (hashes first, then each candidate read, the
-    // position stored and compared in turn); the step grows by one every 16 batches. Near
-    // the end, single positions with a step that grows by one every 64 probes.
-    ZYRDC_INLINE bool Search(uint32_t start, Match& m) {
-        Matcher<T> mt = matcher_;
-        const uint64_t last = last_;
-        uint64_t p = start;
-        uint64_t counter = uint64_t{64} * accel_;
-        uint64_t step = accel_;
+        // Position 1 against position 0: a run starting the block is found at once.
+        table.Put(mt.Hash(1), 1);
+        if (load_u32le(src + 1) == load_u32le(src)) goto found;
+        p = 2;
         for (;;) {
-            if (p + 3 * step <= last) {
-                uint32_t pos[4], h[4];
-                for (int j = 0; j < 4; ++j) {
-                    pos[j] = static_cast<uint32_t>(p + j * step);
-                    h[j] = mt.Hash(pos[j]);
-                }
-                for (int j = 0; j < 4; ++j) {
-                    uint32_t cand;
-                    if (const uint32_t len = mt.Probe(pos[j], h[j], kAcceleratedTail, cand)) {
-                        m = {pos[j], cand, len};
-                        return true;
+            {
+                // Batches of four positions `step` apart (hashes first, then each candidate
+                // read, the position stored and compared in turn); the step grows by one
+                // every 16 batches. Near the end, single positions with a step that grows by
+                // one every 64 probes.
+                uint64_t counter = uint64_t{64} * accel_;
+                uint64_t step = accel_;
+                for (;;) {
+                    if (p + 3 * step <= last) {
+                        const auto p0 = static_cast<uint32_t>(p), p1 = static_cast<uint32_t>(p + step),
+                                   p2 = static_cast<uint32_t>(p + 2 * step), p3 = static_cast<uint32_t>(p + 3 * step);
+                        const uint32_t h0 = mt.Hash(p0), h1 = mt.Hash(p1), h2 = mt.Hash(p2), h3 = mt.Hash(p3);
+                        cand = table.Get(h0);
+                        table.Put(h0, p0);
+                        if (mt.Starts(p0, cand, load_u32le(src + p0))) {
+                            pos = p0;
+                            goto found;
+                        }
+                        cand = table.Get(h1);
+                        table.Put(h1, p1);
+                        if (mt.Starts(p1, cand, load_u32le(src + p1))) {
+                            pos = p1;
+                            goto found;
+                        }
+                        cand = table.Get(h2);
+                        table.Put(h2, p2);
+                        if (mt.Starts(p2, cand, load_u32le(src + p2))) {
+                            pos = p2;
+                            goto found;
+                        }
+                        cand = table.Get(h3);
+                        table.Put(h3, p3);
+                        if (mt.Starts(p3, cand, load_u32le(src + p3))) {
+                            pos = p3;
+                            goto found;
+                        }
+                        p += 4 * step;
+                        counter += 4;
+                    } else {
+                        if (p > last) goto close;
+                        const auto q = static_cast<uint32_t>(p);
+                        const uint32_t h = mt.Hash(q);
+                        cand = table.Get(h);
+                        table.Put(h, q);
+                        if (mt.Starts(q, cand, load_u32le(src + q))) {
+                            pos = q;
+                            goto found;
+                        }
+                        p += step;
+                        counter += 1;
                     }
+                    step = counter >> 6;
                 }
-                p += 4 * step;
-                counter += 4;
-            } else {
-                if (p > last) return false;
-                const auto q = static_cast<uint32_t>(p);
-                uint32_t cand;
-                if (const uint32_t len = mt.Probe(q, mt.Hash(q), kAcceleratedTail, cand)) {
-                    m = {q, cand, len};
-                    return true;
-                }
-                p += step;
-                counter += 1;
             }
-            step = counter >> 6;
+        found : {
+            uint32_t len = LengthAfterWord(src, pos, cand, n - pos - kAcceleratedTail);
+            const uint32_t end = pos + len;
+            if (extend) {
+                const uint32_t back = EqualBefore(src, pos, cand, std::min(pos - anchor, cand));
+                pos -= back;
+                cand -= back;
+                len += back;
+            }
+            extend = true;
+            op = WriteSequence(op, dstEnd, src + anchor, pos - anchor, pos - cand, len);
+            anchor = end;
+
+            // Seed the table near the match end and look right there before thinning out.
+            // The hash of end - 2 (5 bytes, which end at most at the source end) from the
+            // 8 bytes before it.
+            table.Put(T::Hash(load_u64le(src + end - 3) >> 8), end - 2);
+            if (end > last) goto close;
+            uint32_t h = mt.Hash(end);
+            cand = table.Get(h);
+            table.Put(h, end);
+            if (mt.Starts(end, cand, load_u32le(src + end))) {
+                pos = end;
+                goto found;
+            }
+            if (end + 1 > last) goto close;
+            h = mt.Hash(end + 1);
+            cand = table.Get(h);
+            table.Put(h, end + 1);
+            if (mt.Starts(end + 1, cand, load_u32le(src + end + 1))) {
+                pos = end + 1;
+                goto found;
+            }
+            p = end + 2;
         }
+        }
+    close:
+        this->out_.Rewind(static_cast<size_t>(op - dst));
+        anchor_ = anchor;
+        return this->Finish(n - anchor);
     }
 
     const uint32_t accel_;
