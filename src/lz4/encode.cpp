@@ -170,32 +170,28 @@ ZYRDC_INLINE uint32_t MatchLength(const uint8_t* src, uint32_t pos, uint32_t can
 // 9 (and 20 bytes readable after pos): the common short matches are measured from one
 // 16-byte compare without a branch of their own, so that only lengths of 19 or more take one.
 ZYRDC_INLINE uint32_t LengthAfterWord(const uint8_t* src, uint32_t pos, uint32_t cand, uint32_t limit) {
-    if constexpr (sizeof(size_t) == 8) {
-        const uint8_t* p = src + pos;
-        const uint8_t* c = src + cand;
-        // Bytes 4 to 18 compared; bit 15 stands in for byte 19 so that the count stops there.
-        const __m128i eq4 = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4)),
-                                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(c + 4)));
-        const uint32_t differ4 = (static_cast<uint32_t>(_mm_movemask_epi8(eq4)) ^ 0xFFFF) | 0x8000;
-        uint32_t len = kMinMatch + static_cast<uint32_t>(__builtin_ctz(differ4));
-        if (len < 19) {
-            return std::min(len, limit);
-        }
-        for (; len + 16 <= limit; len += 16) {
-            const __m128i eq = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + len)),
-                                              _mm_loadu_si128(reinterpret_cast<const __m128i*>(c + len)));
-            const uint32_t differ = static_cast<uint32_t>(_mm_movemask_epi8(eq)) ^ 0xFFFF;
-            if (differ != 0) return len + static_cast<uint32_t>(__builtin_ctz(differ));
-        }
-        for (; len + 8 <= limit; len += 8) {
-            const uint64_t z = load_u64le(p + len) ^ load_u64le(c + len);
-            if (z != 0) return len + static_cast<uint32_t>(__builtin_ctzll(z)) / 8;
-        }
-        while (len < limit && p[len] == c[len]) ++len;
+    const uint8_t* p = src + pos;
+    const uint8_t* c = src + cand;
+    // Bytes 4 to 18 compared; bit 15 stands in for byte 19 so that the count stops there.
+    const __m128i eq4 = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4)),
+                                       _mm_loadu_si128(reinterpret_cast<const __m128i*>(c + 4)));
+    const uint32_t differ4 = (static_cast<uint32_t>(_mm_movemask_epi8(eq4)) ^ 0xFFFF) | 0x8000;
+    uint32_t len = kMinMatch + static_cast<uint32_t>(__builtin_ctz(differ4));
+    if (len < 19) {
         return std::min(len, limit);
-    } else {
-        return MatchLength(src, pos, cand, limit);
     }
+    for (; len + 16 <= limit; len += 16) {
+        const __m128i eq = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + len)),
+                                          _mm_loadu_si128(reinterpret_cast<const __m128i*>(c + len)));
+        const uint32_t differ = static_cast<uint32_t>(_mm_movemask_epi8(eq)) ^ 0xFFFF;
+        if (differ != 0) return len + static_cast<uint32_t>(__builtin_ctz(differ));
+    }
+    for (; len + 8 <= limit; len += 8) {
+        const uint64_t z = load_u64le(p + len) ^ load_u64le(c + len);
+        if (z != 0) return len + static_cast<uint32_t>(__builtin_ctzll(z)) / 8;
+    }
+    while (len < limit && p[len] == c[len]) ++len;
+    return std::min(len, limit);
 }
 
 // Bytes equal just before pos and cand, at most `most` (at most pos - 1 and cand): the last
@@ -261,8 +257,6 @@ struct Matcher {
     ZYRDC_INLINE bool StartsOneBranch(uint32_t pos, uint32_t cand, uint32_t word) const {
         return T::InReach(pos, cand) & (load_u32le(src + cand) == word);
     }
-    // Hash of any position with at least 5 bytes after it.
-    uint32_t HashNearEnd(uint32_t pos) const { return T::Hash(src + pos); }
     // Read the candidate, store the position, compare: the match length, or 0.
     ZYRDC_INLINE uint32_t Probe(uint32_t pos, uint32_t h, uint32_t tail, uint32_t& cand) {
         cand = table.Get(h);
@@ -446,11 +440,12 @@ private:
         }
         if constexpr (!kBounded) {
             return Unbounded(m);
+        } else {
+            while (Emit(m)) {
+                if (!NextMatch(m)) break;
+            }
+            return Close();
         }
-        while (Emit(m)) {
-            if (!NextMatch(m)) break;
-        }
-        return Close();
     }
 
     // Positions one by one at first, then a step that grows by one every 16 failed probes
@@ -473,9 +468,10 @@ private:
         return p <= last && ProbeWithGrowingStep<T, kShift>(mt, p, last, 1u << kShift, kFirstMatchTail, m);
     }
 
-    // From the end of the last match: after a short literal run, up to 16 batches of three
-    // neighbours (all hashes and candidates read before the stores, the stores before the
-    // compares), then a step that starts at 2 and grows by one every 64 failed probes.
+    // Bounded, from the end of the last match: after a short literal run, up to 16 batches
+    // of three neighbours (all hashes and candidates read before the stores, the stores
+    // before the compares), then a step that starts at 2 and grows by one every 64 failed
+    // probes; the search also stops once the pending literals could not be written.
     ZYRDC_INLINE bool NextMatch(Match& m) {
         Matcher<T> mt = matcher_;
         const uint32_t last = last_;
@@ -505,19 +501,13 @@ private:
             }
         }
         if (!found) {
-            if constexpr (kBounded) {
-                // The bounded encoder also stops once the pending literals could not be
-                // written, so it probes one position at a time with that test.
-                uint32_t cand;
-                for (uint32_t k = 128;; ++k, p += (k - 1) >> 6) {
-                    if (p > last || LiteralsReachLimit(p)) return false;
-                    if (const uint32_t len = mt.Probe(p, mt.Hash(p), kLaterMatchTail, cand)) {
-                        m = {p, cand, len};
-                        break;
-                    }
+            uint32_t cand;
+            for (uint32_t k = 128;; ++k, p += (k - 1) >> 6) {
+                if (p > last || LiteralsReachLimit(p)) return false;
+                if (const uint32_t len = mt.Probe(p, mt.Hash(p), kLaterMatchTail, cand)) {
+                    m = {p, cand, len};
+                    break;
                 }
-            } else if (p > last || !ProbeWithGrowingStep<T, 6>(mt, p, last, 128, kLaterMatchTail, m)) {
-                return false;
             }
         }
         this->ExtendBackwards(m);
@@ -611,38 +601,30 @@ private:
 
     // Bounded: the pending literals up to p could no longer be written before the limit.
     ZYRDC_INLINE bool LiteralsReachLimit(uint32_t p) const {
-        if constexpr (!kBounded) {
-            return false;
-        } else {
-            const ptrdiff_t lit = p - anchor_;
-            return static_cast<ptrdiff_t>(out_.pos()) + lit + lit / 255 + 1 >= limit_;
-        }
+        const ptrdiff_t lit = p - anchor_;
+        return static_cast<ptrdiff_t>(out_.pos()) + lit + lit / 255 + 1 >= limit_;
     }
 
-    // Writes the sequence; false if the bounded encoder abandoned it (the block is then
-    // closed from the same anchor).
+    // Writes the sequence; false if it was abandoned (the block is then closed from the
+    // same anchor).
     ZYRDC_INLINE bool Emit(const Match& m) {
         uint32_t len = m.len;
-        if constexpr (kBounded) {
-            const ptrdiff_t lit = m.pos - anchor_;
-            if (static_cast<ptrdiff_t>(out_.pos()) + lit + lit / 255 + 1 > limit_) {
-                return false;
-            }
+        const ptrdiff_t lit = m.pos - anchor_;
+        if (static_cast<ptrdiff_t>(out_.pos()) + lit + lit / 255 + 1 > limit_) {
+            return false;
         }
         const size_t token = this->BeginSequence(m);
-        if constexpr (kBounded) {
-            // The match's run would end past the limit: drop the sequence if not even a
-            // one-byte run fits, else shorten the match to the run that ends 2 bytes past
-            // the limit (S 255s and a 254, for S bytes to the limit).
-            const ptrdiff_t at = static_cast<ptrdiff_t>(out_.pos());
-            if (at + static_cast<ptrdiff_t>((len + 236) / 255) - 2 > limit_) {
-                const ptrdiff_t room = limit_ - at;
-                if (room < -1) {
-                    out_.Rewind(token);
-                    return false;
-                }
-                len = static_cast<uint32_t>(255 * room + 524) + kMinMatch;
+        // The match's run would end past the limit: drop the sequence if not even a
+        // one-byte run fits, else shorten the match to the run that ends 2 bytes past the
+        // limit (S 255s and a 254, for S bytes to the limit).
+        const ptrdiff_t at = static_cast<ptrdiff_t>(out_.pos());
+        if (at + static_cast<ptrdiff_t>((len + 236) / 255) - 2 > limit_) {
+            const ptrdiff_t room = limit_ - at;
+            if (room < -1) {
+                out_.Rewind(token);
+                return false;
             }
+            len = static_cast<uint32_t>(255 * room + 524) + kMinMatch;
         }
         this->EndSequence(token, m, len);
         return true;
