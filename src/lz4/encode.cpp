@@ -56,7 +56,13 @@ public:
 
     explicit Table(uint8_t* base) : base_(base) {}
     static uint32_t Hash(const uint8_t* p) { return Hash5(p, kBits); }
-    static uint32_t Hash(uint64_t v) { return Hash40(v, kBits); }
+    // Bits 24 to 24 + kBits - 1 of the product depend on the value's low 24 + kBits bits
+    // alone, so shifting those to the top and keeping the product's top kBits gives the same
+    // hash without a mask (the bytes of v above the fifth are ignored, as in Hash40).
+    static uint32_t Hash(uint64_t v) {
+        static_assert(24 + kBits <= 40);
+        return static_cast<uint32_t>(((v << (40 - kBits)) * kHashMultiplier) >> (64 - kBits));
+    }
     uint32_t Get(uint32_t h) const {
         Entry e;
         std::memcpy(&e, base_ + h * sizeof(Entry), sizeof e);
