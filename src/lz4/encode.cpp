@@ -366,6 +366,10 @@ protected:
 // Continuation bytes of a literal count (`rest` = count - 15), which are followed by at
 // least 15 literals: the 8-byte store of 255s is in bounds.
 ZYRDC_INLINE uint8_t* LiteralRun(uint8_t* op, uint32_t rest) {
+    if (rest < 255) {
+        *op = static_cast<uint8_t>(rest);
+        return op + 1;
+    }
     if (rest < 8 * 255) {
         store_u64le(op, ~uint64_t{0});
         op += rest / 255;
@@ -376,7 +380,11 @@ ZYRDC_INLINE uint8_t* LiteralRun(uint8_t* op, uint32_t rest) {
     return op;
 }
 // Continuation bytes of a match code, exact where the 8-byte store would pass the end.
-inline uint8_t* MatchRun(uint8_t* op, uint32_t rest, uint8_t* end) {
+ZYRDC_INLINE uint8_t* MatchRun(uint8_t* op, uint32_t rest, uint8_t* end) {
+    if (rest < 255) {
+        *op = static_cast<uint8_t>(rest);
+        return op + 1;
+    }
     if (rest < 8 * 255 && op + 8 <= end) {
         store_u64le(op, ~uint64_t{0});
         op += rest / 255;
