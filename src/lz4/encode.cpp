@@ -261,7 +261,7 @@ struct Matcher {
     // mispredictions where the probes are sparse, as in the accelerated encoder; the greedy
     // encoder's neighbouring probes measured faster with two.
     ZYRDC_INLINE bool StartsOneBranch(uint32_t pos, uint32_t cand, uint32_t word) const {
-        return T::InReach(pos, cand) & (load_u32le(src + cand) == word);
+        return (static_cast<unsigned>(T::InReach(pos, cand)) & static_cast<unsigned>(load_u32le(src + cand) == word)) != 0;
     }
     // Read the candidate, store the position, compare: the match length, or 0.
     ZYRDC_INLINE uint32_t Probe(uint32_t pos, uint32_t h, uint32_t tail, uint32_t& cand) {
