@@ -56,7 +56,13 @@ public:
 
     explicit Table(uint8_t* base) : base_(base) {}
     static uint32_t Hash(const uint8_t* p) { return Hash5(p, kBits); }
-    static uint32_t Hash(uint64_t v) { return Hash40(v, kBits); }
+    // Bits 24 to 24 + kBits - 1 of the product depend on the value's low 24 + kBits bits
+    // alone, so shifting those to the top and keeping the product's top kBits gives the same
+    // hash without a mask (the bytes of v above the fifth are ignored, as in Hash40).
+    static uint32_t Hash(uint64_t v) {
+        static_assert(24 + kBits <= 40);
+        return static_cast<uint32_t>(((v << (40 - kBits)) * kHashMultiplier) >> (64 - kBits));
+    }
     uint32_t Get(uint32_t h) const {
         Entry e;
         std::memcpy(&e, base_ + h * sizeof(Entry), sizeof e);
@@ -87,6 +93,8 @@ public:
     Output(uint8_t* dst, size_t capacity) : d_(dst), cap_(capacity) {}
 
     size_t pos() const { return pos_; }
+    uint8_t* base() const { return d_; }
+    size_t capacity() const { return cap_; }
     void Rewind(size_t pos) { pos_ = pos; }
     size_t Reserve() { return pos_++; }
     void Put(size_t at, uint8_t v) { d_[at] = v; }
@@ -164,6 +172,51 @@ ZYRDC_INLINE uint32_t MatchLength(const uint8_t* src, uint32_t pos, uint32_t can
     return len;
 }
 
+// MatchLength for a candidate whose first word is known to match, with a limit of at least
+// 9 (and 20 bytes readable after pos): the common short matches are measured from one
+// 16-byte compare without a branch of their own, so that only lengths of 19 or more take one.
+ZYRDC_INLINE uint32_t LengthAfterWord(const uint8_t* src, uint32_t pos, uint32_t cand, uint32_t limit) {
+    const uint8_t* p = src + pos;
+    const uint8_t* c = src + cand;
+    // Bytes 4 to 18 compared; bit 15 stands in for byte 19 so that the count stops there.
+    const __m128i eq4 = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4)),
+                                       _mm_loadu_si128(reinterpret_cast<const __m128i*>(c + 4)));
+    const uint32_t differ4 = (static_cast<uint32_t>(_mm_movemask_epi8(eq4)) ^ 0xFFFF) | 0x8000;
+    uint32_t len = kMinMatch + static_cast<uint32_t>(__builtin_ctz(differ4));
+    if (len < 19) {
+        return std::min(len, limit);
+    }
+    for (; len + 16 <= limit; len += 16) {
+        const __m128i eq = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + len)),
+                                          _mm_loadu_si128(reinterpret_cast<const __m128i*>(c + len)));
+        const uint32_t differ = static_cast<uint32_t>(_mm_movemask_epi8(eq)) ^ 0xFFFF;
+        if (differ != 0) return len + static_cast<uint32_t>(__builtin_ctz(differ));
+    }
+    for (; len + 8 <= limit; len += 8) {
+        const uint64_t z = load_u64le(p + len) ^ load_u64le(c + len);
+        if (z != 0) return len + static_cast<uint32_t>(__builtin_ctzll(z)) / 8;
+    }
+    while (len < limit && p[len] == c[len]) ++len;
+    return std::min(len, limit);
+}
+
+// Bytes equal just before pos and cand, at most `most` (at most pos - 1 and cand): the last
+// eight compared at once, further ones byte by byte.
+ZYRDC_INLINE uint32_t EqualBefore(const uint8_t* src, uint32_t pos, uint32_t cand, uint32_t most) {
+    uint32_t back = 0;
+    if (most == 0) {
+        return 0;  // a branch, not a data dependency: the next search need not wait for loads
+    }
+    if (sizeof(size_t) == 8 && cand >= 8) {
+        const uint64_t x = load_u64le(src + pos - 8) ^ load_u64le(src + cand - 8);
+        const uint32_t eq = x != 0 ? static_cast<uint32_t>(__builtin_clzll(x)) / 8 : 8;
+        back = std::min(eq, most);
+        if (back < 8) return back;
+    }
+    while (back < most && src[pos - back - 1] == src[cand - back - 1]) ++back;
+    return back;
+}
+
 // The source and the table, with the three steps of a probe. Search loops work on a local
 // copy: stores into the table or the block (bytes, which may alias anything) then cannot
 // force the source, length and table address to be reloaded from memory at every step.
@@ -191,8 +244,25 @@ struct Matcher {
             return T::Hash(src + pos + ahead);
         }
     }
-    // Hash of any position with at least 5 bytes after it.
-    uint32_t HashNearEnd(uint32_t pos) const { return T::Hash(src + pos); }
+    // The 32-bit word at pos + ahead, from the window where there is one.
+    uint32_t WordAhead(uint64_t window, uint32_t pos, unsigned ahead) const {
+        if constexpr (sizeof(void*) == 8) {
+            return static_cast<uint32_t>(window >> (8 * ahead));
+        } else {
+            return load_u32le(src + pos + ahead);
+        }
+    }
+    // The candidate can start a match for the position: in reach and its first word equal
+    // to `word`, the position's.
+    ZYRDC_INLINE bool Starts(uint32_t pos, uint32_t cand, uint32_t word) const {
+        return T::InReach(pos, cand) && load_u32le(src + cand) == word;
+    }
+    // The same as one branch (a candidate out of reach still lies in the source): fewer
+    // mispredictions where the probes are sparse, as in the accelerated encoder; the greedy
+    // encoder's neighbouring probes measured faster with two.
+    ZYRDC_INLINE bool StartsOneBranch(uint32_t pos, uint32_t cand, uint32_t word) const {
+        return (static_cast<unsigned>(T::InReach(pos, cand)) & static_cast<unsigned>(load_u32le(src + cand) == word)) != 0;
+    }
     // Read the candidate, store the position, compare: the match length, or 0.
     ZYRDC_INLINE uint32_t Probe(uint32_t pos, uint32_t h, uint32_t tail, uint32_t& cand) {
         cand = table.Get(h);
@@ -291,6 +361,67 @@ protected:
     uint32_t lastLiterals_ = 0;
 };
 
+// ---- sequences of the unbounded encoders ------------------------------------------------
+
+// Continuation bytes of a literal count (`rest` = count - 15), which are followed by at
+// least 15 literals: the 8-byte store of 255s is in bounds.
+ZYRDC_INLINE uint8_t* LiteralRun(uint8_t* op, uint32_t rest) {
+    if (rest < 255) {
+        *op = static_cast<uint8_t>(rest);
+        return op + 1;
+    }
+    if (rest < 8 * 255) {
+        store_u64le(op, ~uint64_t{0});
+        op += rest / 255;
+    } else {
+        for (; rest >= 255; rest -= 255) *op++ = 255;
+    }
+    *op++ = static_cast<uint8_t>(rest % 255);
+    return op;
+}
+// Continuation bytes of a match code, exact where the 8-byte store would pass the end.
+ZYRDC_INLINE uint8_t* MatchRun(uint8_t* op, uint32_t rest, uint8_t* end) {
+    if (rest < 255) {
+        *op = static_cast<uint8_t>(rest);
+        return op + 1;
+    }
+    if (rest < 8 * 255 && op + 8 <= end) {
+        store_u64le(op, ~uint64_t{0});
+        op += rest / 255;
+    } else {
+        for (; rest >= 255; rest -= 255) *op++ = 255;
+    }
+    *op++ = static_cast<uint8_t>(rest % 255);
+    return op;
+}
+
+// Token, literal run, literals, offset and match run of one sequence, for the encoders whose
+// destination has room for the worst case. That room leaves at least 16 bytes free after
+// the literals of any sequence with a match (those literals end at or before the search
+// limit, 21 bytes before the source end, while the block runs at most one byte and one
+// 255-run byte per 255 literals ahead of the source), so literals go in whole 16-byte units.
+ZYRDC_INLINE uint8_t* WriteSequence(uint8_t* op, uint8_t* end, const uint8_t* lits, uint32_t lit, uint32_t offset,
+                                    uint32_t len) {
+    const uint32_t code = len - kMinMatch;
+    uint8_t* const token = op++;
+    if (lit >= kRunNibble) op = LiteralRun(op, lit - kRunNibble);
+    uint8_t* d = op;
+    do {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_loadu_si128(reinterpret_cast<const __m128i*>(lits)));
+        lits += 16;
+        d += 16;
+    } while (d < op + lit);
+    op += lit;
+    store_u16le(op, static_cast<uint16_t>(offset));
+    op += 2;
+    if (code >= kRunNibble) {
+        *token = static_cast<uint8_t>(std::min(lit, kRunNibble) << 4 | kRunNibble);
+        return MatchRun(op, code - kRunNibble, end);
+    }
+    *token = static_cast<uint8_t>(std::min(lit, kRunNibble) << 4 | code);
+    return op;
+}
+
 // ---- the greedy encoder ----------------------------------------------------------------
 
 template <class T, bool kBounded>
@@ -321,10 +452,14 @@ private:
         if (n_ <= kProbeTail || !FirstMatch(m)) {
             return Close();
         }
-        while (Emit(m)) {
-            if (!NextMatch(m)) break;
+        if constexpr (!kBounded) {
+            return Unbounded(m);
+        } else {
+            while (Emit(m)) {
+                if (!NextMatch(m)) break;
+            }
+            return Close();
         }
-        return Close();
     }
 
     // Positions one by one at first, then a step that grows by one every 16 failed probes
@@ -347,9 +482,10 @@ private:
         return p <= last && ProbeWithGrowingStep<T, kShift>(mt, p, last, 1u << kShift, kFirstMatchTail, m);
     }
 
-    // From the end of the last match: after a short literal run, up to 16 batches of three
-    // neighbours (all hashes and candidates read before the stores, the stores before the
-    // compares), then a step that starts at 2 and grows by one every 64 failed probes.
+    // Bounded, from the end of the last match: after a short literal run, up to 16 batches
+    // of three neighbours (all hashes and candidates read before the stores, the stores
+    // before the compares), then a step that starts at 2 and grows by one every 64 failed
+    // probes; the search also stops once the pending literals could not be written.
     ZYRDC_INLINE bool NextMatch(Match& m) {
         Matcher<T> mt = matcher_;
         const uint32_t last = last_;
@@ -379,59 +515,130 @@ private:
             }
         }
         if (!found) {
-            if constexpr (kBounded) {
-                // The bounded encoder also stops once the pending literals could not be
-                // written, so it probes one position at a time with that test.
-                uint32_t cand;
-                for (uint32_t k = 128;; ++k, p += (k - 1) >> 6) {
-                    if (p > last || LiteralsReachLimit(p)) return false;
-                    if (const uint32_t len = mt.Probe(p, mt.Hash(p), kLaterMatchTail, cand)) {
-                        m = {p, cand, len};
-                        break;
-                    }
+            uint32_t cand;
+            for (uint32_t k = 128;; ++k, p += (k - 1) >> 6) {
+                if (p > last || LiteralsReachLimit(p)) return false;
+                if (const uint32_t len = mt.Probe(p, mt.Hash(p), kLaterMatchTail, cand)) {
+                    m = {p, cand, len};
+                    break;
                 }
-            } else if (p > last || !ProbeWithGrowingStep<T, 6>(mt, p, last, 128, kLaterMatchTail, m)) {
-                return false;
             }
         }
         this->ExtendBackwards(m);
         return true;
     }
 
-    // Bounded: the pending literals up to p could no longer be written before the limit.
-    ZYRDC_INLINE bool LiteralsReachLimit(uint32_t p) const {
-        if constexpr (!kBounded) {
-            return false;
-        } else {
-            const ptrdiff_t lit = p - anchor_;
-            return static_cast<ptrdiff_t>(out_.pos()) + lit + lit / 255 + 1 >= limit_;
+    // The unbounded encoder after its first match: one loop over the sequences with the
+    // source, table, anchor and write position in registers.
+    ZYRDC_INLINE EncodeResult Unbounded(Match first) {
+        const uint8_t* const src = this->src_;
+        const uint32_t last = last_;
+        T table = matcher_.table;
+        uint8_t* const dst = out_.base();
+        uint8_t* const dstEnd = dst + out_.capacity();
+        uint8_t* op = dst;
+        uint32_t anchor = 0;
+        uint32_t pos = first.pos, cand = first.cand, len = first.len;
+        for (;;) {
+            const uint32_t lit = pos - anchor;
+            op = WriteSequence(op, dstEnd, src + anchor, lit, pos - cand, len);
+            anchor = pos + len;
+
+            // The next match: batches of three after a short literal run, then a growing step.
+            uint32_t p = anchor;
+            if (lit < kBatchAfterLiterals) {
+                for (int b = 0; b < kBatches; ++b, p += 3) {
+                    if (p + 2 > last) goto close;
+                    const uint64_t w = matcher_.Window(p);
+                    const uint32_t h0 = matcher_.HashAhead(w, p, 0), h1 = matcher_.HashAhead(w, p, 1),
+                                   h2 = matcher_.HashAhead(w, p, 2);
+                    const uint32_t c0 = table.Get(h0), c1 = table.Get(h1), c2 = table.Get(h2);
+                    table.Put(h0, p);
+                    table.Put(h1, p + 1);
+                    table.Put(h2, p + 2);
+                    if (matcher_.Starts(p, c0, matcher_.WordAhead(w, p, 0))) {
+                        pos = p;
+                        cand = c0;
+                        goto found;
+                    }
+                    if (matcher_.Starts(p + 1, c1, matcher_.WordAhead(w, p, 1))) {
+                        pos = p + 1;
+                        cand = c1;
+                        goto found;
+                    }
+                    if (matcher_.Starts(p + 2, c2, matcher_.WordAhead(w, p, 2))) {
+                        pos = p + 2;
+                        cand = c2;
+                        goto found;
+                    }
+                }
+            }
+            if (p > last) goto close;
+            {
+                // The next position's hash and candidate are read before the current one is
+                // compared; the table sees the reads and stores of one probe after another.
+                uint32_t h = matcher_.Hash(p);
+                uint32_t c = table.Get(h);
+                for (uint32_t k = 128;; ++k) {
+                    table.Put(h, p);
+                    const uint32_t next = p + (k >> 6);
+                    uint32_t nextCand = 0;
+                    if (next <= last) {
+                        h = matcher_.Hash(next);
+                        nextCand = table.Get(h);
+                    }
+                    if (matcher_.Starts(p, c, load_u32le(src + p))) {
+                        pos = p;
+                        cand = c;
+                        goto found;
+                    }
+                    if (next > last) goto close;
+                    p = next;
+                    c = nextCand;
+                }
+            }
+        found:
+            len = LengthAfterWord(src, pos, cand, this->n_ - pos - kLaterMatchTail);
+            {
+                // Backwards over pending literals while the candidate has bytes before it.
+                const uint32_t back = EqualBefore(src, pos, cand, std::min(pos - anchor, cand));
+                pos -= back;
+                cand -= back;
+                len += back;
+            }
         }
+    close:
+        out_.Rewind(static_cast<size_t>(op - dst));
+        anchor_ = anchor;
+        return Close();
     }
 
-    // Writes the sequence; false if the bounded encoder abandoned it (the block is then
-    // closed from the same anchor).
+    // Bounded: the pending literals up to p could no longer be written before the limit.
+    ZYRDC_INLINE bool LiteralsReachLimit(uint32_t p) const {
+        const ptrdiff_t lit = p - anchor_;
+        return static_cast<ptrdiff_t>(out_.pos()) + lit + lit / 255 + 1 >= limit_;
+    }
+
+    // Writes the sequence; false if it was abandoned (the block is then closed from the
+    // same anchor).
     ZYRDC_INLINE bool Emit(const Match& m) {
         uint32_t len = m.len;
-        if constexpr (kBounded) {
-            const ptrdiff_t lit = m.pos - anchor_;
-            if (static_cast<ptrdiff_t>(out_.pos()) + lit + lit / 255 + 1 > limit_) {
-                return false;
-            }
+        const ptrdiff_t lit = m.pos - anchor_;
+        if (static_cast<ptrdiff_t>(out_.pos()) + lit + lit / 255 + 1 > limit_) {
+            return false;
         }
         const size_t token = this->BeginSequence(m);
-        if constexpr (kBounded) {
-            // The match's run would end past the limit: drop the sequence if not even a
-            // one-byte run fits, else shorten the match to the run that ends 2 bytes past
-            // the limit (S 255s and a 254, for S bytes to the limit).
-            const ptrdiff_t at = static_cast<ptrdiff_t>(out_.pos());
-            if (at + static_cast<ptrdiff_t>((len + 236) / 255) - 2 > limit_) {
-                const ptrdiff_t room = limit_ - at;
-                if (room < -1) {
-                    out_.Rewind(token);
-                    return false;
-                }
-                len = static_cast<uint32_t>(255 * room + 524) + kMinMatch;
+        // The match's run would end past the limit: drop the sequence if not even a
+        // one-byte run fits, else shorten the match to the run that ends 2 bytes past the
+        // limit (S 255s and a 254, for S bytes to the limit).
+        const ptrdiff_t at = static_cast<ptrdiff_t>(out_.pos());
+        if (at + static_cast<ptrdiff_t>((len + 236) / 255) - 2 > limit_) {
+            const ptrdiff_t room = limit_ - at;
+            if (room < -1) {
+                out_.Rewind(token);
+                return false;
             }
+            len = static_cast<uint32_t>(255 * room + 524) + kMinMatch;
         }
         this->EndSequence(token, m, len);
         return true;
@@ -475,78 +682,129 @@ public:
     }
 
 private:
+    // One loop over the sequences with the source, table, anchor and write position in
+    // registers.
     EncodeResult Encode() {
         if (n_ <= kProbeTail) {
             return this->Finish(n_);
         }
-        // Position 1 against position 0: a run starting the block is found at once.
-        Match m{1, 0, 0};
-        matcher_.table.Put(matcher_.Hash(1), 1);
-        m.len = matcher_.Length(1, 0, kAcceleratedTail);
-        if (m.len == 0 && !Search(2, m)) {
-            return this->Finish(n_);
-        }
-        for (bool first = true;; first = false) {
-            if (!first) this->ExtendBackwards(m);
-            this->EndSequence(this->BeginSequence(m), m, m.len);
-            // Seed the table near the match end and look right there before thinning out.
-            Matcher<T> mt = matcher_;
-            const uint32_t end = anchor_;
-            mt.table.Put(mt.HashNearEnd(end - 2), end - 2);
-            if (end > last_) break;
-            uint32_t cand, len;
-            if ((len = mt.Probe(end, mt.Hash(end), kAcceleratedTail, cand)) != 0) {
-                m = {end, cand, len};
-                continue;
-            }
-            if (end + 1 > last_) break;
-            if ((len = mt.Probe(end + 1, mt.Hash(end + 1), kAcceleratedTail, cand)) != 0) {
-                m = {end + 1, cand, len};
-                continue;
-            }
-            if (!Search(end + 2, m)) break;
-        }
-        return this->Finish(n_ - anchor_);
-    }
+        const uint8_t* const src = this->src_;
+        const uint32_t n = n_;
+        const uint32_t last = last_;
+        const Matcher<T> mt = matcher_;
+        T table = matcher_.table;
+        uint8_t* const dst = this->out_.base();
+        uint8_t* const dstEnd = dst + this->out_.capacity();
+        uint8_t* op = dst;
+        uint32_t anchor = 0;
+        uint32_t pos = 1, cand = 0;
+        uint32_t back;
+        uint32_t backMask = 0;  // the first match of the block does not extend backwards
+        uint64_t p;
 
-    // Batches of four positions `step` apart (hashes first, then each candidate read, the
-    // position stored and compared in turn); the step grows by one every 16 batches. Near
-    // the end, single positions with a step that grows by one every 64 probes.
-    ZYRDC_INLINE bool Search(uint32_t start, Match& m) {
-        Matcher<T> mt = matcher_;
-        const uint64_t last = last_;
-        uint64_t p = start;
-        uint64_t counter = uint64_t{64} * accel_;
-        uint64_t step = accel_;
+        // Position 1 against position 0: a run starting the block is found at once.
+        table.Put(mt.Hash(1), 1);
+        if (load_u32le(src + 1) == load_u32le(src)) goto foundAtAnchor;
+        p = 2;
         for (;;) {
-            if (p + 3 * step <= last) {
-                uint32_t pos[4], h[4];
-                for (int j = 0; j < 4; ++j) {
-                    pos[j] = static_cast<uint32_t>(p + j * step);
-                    h[j] = mt.Hash(pos[j]);
-                }
-                for (int j = 0; j < 4; ++j) {
-                    uint32_t cand;
-                    if (const uint32_t len = mt.Probe(pos[j], h[j], kAcceleratedTail, cand)) {
-                        m = {pos[j], cand, len};
-                        return true;
+            {
+                // Batches of four positions `step` apart (hashes first, then each candidate
+                // read, the position stored and compared in turn); the step grows by one
+                // every 16 batches. Near the end, single positions with a step that grows by
+                // one every 64 probes.
+                uint64_t counter = uint64_t{64} * accel_;
+                uint64_t step = accel_;
+                for (;;) {
+                    if (p + 3 * step <= last) {
+                        const auto p0 = static_cast<uint32_t>(p), p1 = static_cast<uint32_t>(p + step),
+                                   p2 = static_cast<uint32_t>(p + 2 * step), p3 = static_cast<uint32_t>(p + 3 * step);
+                        const uint32_t h0 = mt.Hash(p0), h1 = mt.Hash(p1), h2 = mt.Hash(p2), h3 = mt.Hash(p3);
+                        cand = table.Get(h0);
+                        table.Put(h0, p0);
+                        if (mt.StartsOneBranch(p0, cand, load_u32le(src + p0))) {
+                            pos = p0;
+                            goto found;
+                        }
+                        cand = table.Get(h1);
+                        table.Put(h1, p1);
+                        if (mt.StartsOneBranch(p1, cand, load_u32le(src + p1))) {
+                            pos = p1;
+                            goto found;
+                        }
+                        cand = table.Get(h2);
+                        table.Put(h2, p2);
+                        if (mt.StartsOneBranch(p2, cand, load_u32le(src + p2))) {
+                            pos = p2;
+                            goto found;
+                        }
+                        cand = table.Get(h3);
+                        table.Put(h3, p3);
+                        if (mt.StartsOneBranch(p3, cand, load_u32le(src + p3))) {
+                            pos = p3;
+                            goto found;
+                        }
+                        p += 4 * step;
+                        counter += 4;
+                    } else {
+                        if (p > last) goto close;
+                        const auto q = static_cast<uint32_t>(p);
+                        const uint32_t h = mt.Hash(q);
+                        cand = table.Get(h);
+                        table.Put(h, q);
+                        if (mt.StartsOneBranch(q, cand, load_u32le(src + q))) {
+                            pos = q;
+                            goto found;
+                        }
+                        p += step;
+                        counter += 1;
                     }
+                    step = counter >> 6;
                 }
-                p += 4 * step;
-                counter += 4;
-            } else {
-                if (p > last) return false;
-                const auto q = static_cast<uint32_t>(p);
-                uint32_t cand;
-                if (const uint32_t len = mt.Probe(q, mt.Hash(q), kAcceleratedTail, cand)) {
-                    m = {q, cand, len};
-                    return true;
-                }
-                p += step;
-                counter += 1;
             }
-            step = counter >> 6;
+        found:
+            // Matches found past the anchor extend backwards over pending literals; those at
+            // the anchor cannot, and the first match of the block does not.
+            back = EqualBefore(src, pos, cand, std::min(pos - anchor, cand) & backMask);
+            goto measure;
+        foundAtAnchor:
+            back = 0;
+        measure : {
+            uint32_t len = LengthAfterWord(src, pos, cand, n - pos - kAcceleratedTail);
+            const uint32_t end = pos + len;
+            pos -= back;
+            cand -= back;
+            len += back;
+            op = WriteSequence(op, dstEnd, src + anchor, pos - anchor, pos - cand, len);
+            anchor = end;
+            backMask = ~0u;
+
+            // Seed the table near the match end and look right there before thinning out.
+            // The hash of end - 2 (5 bytes, which end at most at the source end) from the
+            // 8 bytes before it.
+            table.Put(T::Hash(load_u64le(src + end - 3) >> 8), end - 2);
+            if (end > last) goto close;
+            uint32_t h = mt.Hash(end);
+            cand = table.Get(h);
+            table.Put(h, end);
+            if (mt.StartsOneBranch(end, cand, load_u32le(src + end))) {
+                pos = end;
+                goto foundAtAnchor;
+            }
+            if (end + 1 > last) goto close;
+            h = mt.Hash(end + 1);
+            cand = table.Get(h);
+            table.Put(h, end + 1);
+            if (mt.StartsOneBranch(end + 1, cand, load_u32le(src + end + 1))) {
+                pos = end + 1;
+                goto found;
+            }
+            p = end + 2;
         }
+        }
+    close:
+        this->out_.Rewind(static_cast<size_t>(op - dst));
+        anchor_ = anchor;
+        return this->Finish(n - anchor);
     }
 
     const uint32_t accel_;
