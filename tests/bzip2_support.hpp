@@ -46,7 +46,8 @@ inline Bz2Block Bz2Forward(const std::vector<uint8_t>& data, bool rle) {
     p = mtf.data();
     EXPECT_TRUE(zyrsBWTFwd_8u(coded.data(), bwt.data(), n, &b.orig_ptr, work.data()) == StatusOk &&
                 zyrsReduceDictionary_8u_I(b.in_use.data(), bwt.data(), n, &dict) == StatusOk &&
-                zyrsMTFInit_8u(table.data()) == StatusOk && zyrsMTFFwd_8u(bwt.data(), mtf.data(), n, table.data()) == StatusOk &&
+                zyrsMTFInit_8u(table.data()) == StatusOk &&
+                zyrsMTFFwd_8u(bwt.data(), mtf.data(), n, table.data()) == StatusOk &&
                 zyrsEncodeZ1Z2_BZ2_8u16u(&p, &n, b.symbols.data(), &cap, freq.data()) == StatusOk);
     b.symbols.resize(static_cast<size_t>(cap));
     return b;
