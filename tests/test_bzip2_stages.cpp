@@ -102,16 +102,6 @@ TEST(Rle, EdgeCasesOfTheRunRule) {
 // leaves the zeros it could not code in the source; its frequencies count what it wrote. The
 // decoder, repeated after DstFull into destinations ending at a guard page, loses nothing.
 TEST(ZeroRun, SmallDestinationsLoseNothing) {
-    const auto encode = [](const Bytes& src, int32_t cap, uint32_t* freq, int32_t* consumed) {
-        zyrdc::test::GuardedBuffer dst(static_cast<size_t>(cap) * 2);
-        auto* d = reinterpret_cast<uint16_t*>(dst.data());
-        const uint8_t* p = src.data();
-        auto left = static_cast<int32_t>(src.size());
-        const ZyrStatus st = zyrsEncodeZ1Z2_BZ2_8u16u(&p, &left, d, &cap, freq);
-        EXPECT_TRUE(p + left == src.data() + src.size() && st == (left > 0 ? StatusDstFull : StatusOk));
-        *consumed = static_cast<int32_t>(p - src.data());
-        return Symbols(d, d + cap);
-    };
     const auto decode = [](const Symbols& symbols, int32_t room) {
         Bytes out;
         const uint16_t* p = symbols.data();
@@ -131,19 +121,26 @@ TEST(ZeroRun, SmallDestinationsLoseNothing) {
         if (seed % 4 == 0) std::fill(idx.begin(), idx.end() - 1, 0);  // one long run
         const auto cap = static_cast<int32_t>(1 + rng() % 30);
         uint32_t freq[258] = {}, want[258] = {};
-        int32_t consumed = 0;
-        for (Bytes rest = idx; !rest.empty(); rest.erase(rest.begin(), rest.begin() + consumed)) {
-            const Symbols z = encode(rest, cap, freq, &consumed);
-            for (uint16_t s : z) ++want[s];
-            ASSERT_TRUE(static_cast<int32_t>(z.size()) <= cap && consumed > 0);
-            ASSERT_EQ(decode(z, 1000), Bytes(rest.begin(), rest.begin() + consumed));
+        Symbols whole(1000);
+        for (const uint8_t *p = idx.data(), *end = p + idx.size(); p != end;) {
+            zyrdc::test::GuardedBuffer dst(static_cast<size_t>(cap) * 2);
+            auto* d = reinterpret_cast<uint16_t*>(dst.data());
+            const uint8_t* from = p;
+            int32_t left = static_cast<int32_t>(end - p), n = cap;
+            const ZyrStatus st = zyrsEncodeZ1Z2_BZ2_8u16u(&p, &left, d, &n, freq);
+            ASSERT_TRUE(p + left == end && p > from && n <= cap) << seed;
+            ASSERT_EQ(st, left > 0 ? StatusDstFull : StatusOk);
+            ASSERT_EQ(decode(Symbols(d, d + n), 1000), Bytes(from, p));
+            for (int32_t i = 0; i < n; ++i) ++want[d[i]];
         }
         ASSERT_TRUE(std::equal(freq, freq + 258, want)) << seed;
-        const Symbols whole = encode(idx, 1000, freq, &consumed);
-        size_t longest = 0;
-        for (size_t i = 0, run = 0; i < idx.size(); ++i) {
-            longest = std::max(longest, run = idx[i] ? 0 : run + 1);
-        }
+        // The whole in one call, decoded into rooms that hold the longest run and more.
+        const uint8_t* p = idx.data();
+        int32_t left = static_cast<int32_t>(idx.size()), n = 1000;
+        ASSERT_EQ(zyrsEncodeZ1Z2_BZ2_8u16u(&p, &left, whole.data(), &n, freq), StatusOk);
+        whole.resize(static_cast<size_t>(n));
+        size_t longest = 0, run = 0;
+        for (uint8_t v : idx) longest = std::max(longest, run = v ? 0 : run + 1);
         ASSERT_EQ(decode(whole, static_cast<int32_t>(longest + 1 + rng() % 40)), idx) << seed;
     }
 }
