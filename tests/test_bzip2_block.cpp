@@ -4,12 +4,10 @@
 // primary indexes are refused; continuing calls are checked against the block in progress.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <vector>
 
-#include "data.hpp"
 #include "bzip2_support.hpp"
-#include "support.hpp"
+#include "data.hpp"
 #include "zyrdc.h"
 
 namespace {
@@ -18,7 +16,6 @@ using Bytes = std::vector<uint8_t>;
 using Symbols = std::vector<uint16_t>;
 using zyrdc::test::DataKind;
 using zyrdc::test::MakeData;
-
 using Block = zyrdc::test::Bz2Block;
 using zyrdc::test::Bz2Decode;
 using zyrdc::test::Bz2Forward;

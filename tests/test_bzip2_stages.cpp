@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "support.hpp"
@@ -16,12 +17,6 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 using Symbols = std::vector<uint16_t>;
-
-Bytes Cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-    return out;
-}
 
 // The run-length stage over src in the pieces `cuts` gives, with `room` bytes of destination
 // a call (repeated while DstFull), then the flush. Encoding also returns the in-use table.
@@ -64,36 +59,36 @@ Bytes Rle(bool encode, const Bytes& src, const std::vector<size_t>& cuts, int32_
 // byte in an earlier call, into destinations that fill up in mid-run; the dictionary maps
 // undo each other.
 TEST(Rle, EdgeCasesOfTheRunRule) {
-    const Bytes x4(4, 'x'), t = {'y', 'z', 'w', 'v', 'u'};
+    const std::string x4 = "xxxx", t = "yzwvu";
     const struct {
         const char* what;
-        Bytes in;
+        std::string in;
         std::vector<size_t> cuts;
-        Bytes out;
+        std::string out;
     } rows[] = {
-        {"259 equal bytes: four and 255", Cat({Bytes(259, 'x'), t}), {264}, Cat({x4, {255}, t})},
-        {"260: four, 255, one literal", Cat({Bytes(260, 'x'), t}), {265}, Cat({x4, {255, 'x'}, t})},
-        {"262: four, 255, three literals", Cat({Bytes(262, 'x'), t}), {267},
-         Cat({x4, {255, 'x', 'x', 'x'}, t})},
-        {"four at the end: the flush writes 0", x4, {4}, Cat({x4, {0}})},
-        {"count written by the next call", Cat({x4, {'y'}}), {4, 5}, Cat({x4, {0, 'y'}})},
-        {"a run carried across calls", Bytes(300, 'x'), {2, 5, 7, 300}, Cat({x4, {255}, x4, {37}})},
-        {"three equal, no run; flush writes nothing", {'x', 'x', 'x', 'y'}, {4}, {'x', 'x', 'x', 'y'}},
+        {"259 equal bytes: four and 255", std::string(259, 'x') + t, {264}, x4 + "\xff" + t},
+        {"260: four, 255, one literal", std::string(260, 'x') + t, {265}, x4 + "\xffx" + t},
+        {"262: four, 255, three literals", std::string(262, 'x') + t, {267}, x4 + "\xffxxx" + t},
+        {"four at the end: the flush writes 0", x4, {4}, x4 + '\0'},
+        {"count written by the next call", x4 + 'y', {4, 5}, x4 + '\0' + 'y'},
+        {"a run carried across calls", std::string(300, 'x'), {2, 5, 7, 300}, x4 + "\xff" + x4 + '\x25'},
+        {"three equal, no run; flush writes nothing", "xxxy", {4}, "xxxy"},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.what);
-        Bytes in_use, want(256), mapped = r.out;
-        for (uint8_t v : r.out) want[v] = 1;
-        EXPECT_EQ(Rle(true, r.in, r.cuts, 4, &in_use), r.out);
+        const Bytes in(r.in.begin(), r.in.end()), out(r.out.begin(), r.out.end());
+        Bytes in_use, want(256), mapped = out;
+        for (uint8_t v : out) want[v] = 1;
+        EXPECT_EQ(Rle(true, in, r.cuts, 4, &in_use), out);
         EXPECT_EQ(in_use, want);
-        EXPECT_EQ(Rle(false, r.out, {1, r.out.size()}, 7), r.in);
+        EXPECT_EQ(Rle(false, out, {1, out.size()}, 7), in);
         const auto len = static_cast<int32_t>(mapped.size());
         int32_t size = 0;
         ASSERT_EQ(zyrsReduceDictionary_8u_I(in_use.data(), mapped.data(), len, &size), StatusOk);
         ASSERT_EQ(size, std::count(want.begin(), want.end(), 1));
         ASSERT_LT(*std::max_element(mapped.begin(), mapped.end()), size);
         EXPECT_EQ(zyrsExpandDictionary_8u_I(in_use.data(), mapped.data(), len, size), StatusOk);
-        EXPECT_EQ(mapped, r.out);
+        EXPECT_EQ(mapped, out);
     }
 }
 
