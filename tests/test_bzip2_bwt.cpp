@@ -1,9 +1,6 @@
-// Burrows-Wheeler transform: every strategy and both entry points against the last column of
-// the rotations in sorted order (a plain sort of the rotations for small blocks, libdivsufsort's
-// suffix array of the block written twice for large ones where it is linked), on blocks that
-// are easy and hard for a comparison sort from 1 byte to 900 kB, each index leading the
-// inverse back to the block, in working buffers of exactly the documented size; where the
-// budget runs out; the boundary cases.
+// Burrows-Wheeler transform: every strategy and both entry points against a reference sort of
+// the rotations, on blocks easy and hard for a comparison sort from 1 byte to 900 kB, in working
+// buffers of exactly the documented size; where the budget runs out; the inverse's edge cases.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -37,7 +34,6 @@ Bytes MakeBlock(const std::string& kind, size_t n, uint32_t seed) {
     Bytes b(n, 'q');  // "same"
     for (size_t i = 0; i < n; ++i) {
         if (kind == "random") b[i] = static_cast<uint8_t>(rng());
-        if (kind == "runs") b[i] = i > 0 && rng() % 150 ? b[i - 1] : static_cast<uint8_t>(rng() % 2);
         if (kind == "longruns") b[i] = i % 701 == 700 ? 'y' : 'x';
         if (kind == "repeat") b[i] = sentence[i % 300];
         if (kind == "text") {  // words from a small vocabulary: long repeated phrases
@@ -134,13 +130,12 @@ Bytes Inverse(const Bytes& last, int32_t index) {
 // exhaust its budget (the default entry point falls back there), and on no others. The
 // unbudgeted bucket sort (1) is quadratic on the large hard blocks: small ones only.
 TEST(BwtForward, EveryStrategyGivesTheSortedRotations) {
-    for (const char* k : {"random", "runs", "text", "longruns", "repeat", "same", "period2", "period1000",
-                          "records", "halves", "fibonacci"}) {
+    for (const char* k : {"random", "text", "longruns", "repeat", "same", "period2", "period1000", "records",
+                          "halves", "fibonacci"}) {
         const std::string kind = k;
         const bool exhausts = kind != "random" && kind != "text" && kind != "same" && kind != "records";
         for (size_t n : {1, 2, 3, 5, 16, 17, 18, 50, 98, 99, 100, 101, 150, 257, 1000, 2001, 3000, 4099,
                          65539, 900000}) {
-            if (n > 4099 && kind == "runs") continue;
             for (uint32_t seed = 1; seed <= (n <= 3000 ? 3 : 1); ++seed) {
                 const Bytes s = MakeBlock(kind, n, seed * 977 + static_cast<uint32_t>(n));
                 const Bytes want = ReferenceLastColumn(s);

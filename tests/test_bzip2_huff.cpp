@@ -53,9 +53,8 @@ struct BitSource {
     }
 };
 
-// Init, Pack (first with one byte too little room: nothing written) and EncodeHuff of a
-// block's symbols and EOB after the bits in `sink`; two symbols past EOB stay in the source.
-// Returns the record.
+// Init, Pack (first with one byte too little room: nothing written) and EncodeHuff of a block's
+// symbols and EOB after the bits in `sink`; two symbols past EOB stay in the source. The record.
 Bytes EncodeBlock(BitSink& sink, const Bytes& in_use, Symbols s, int32_t max_symbols, std::mt19937* rng) {
     Bytes dst(20000, 0xAA), rec(static_cast<size_t>(bz::HuffEncoderBytes(max_symbols)));
     uint8_t* state = rec.data();
@@ -130,8 +129,7 @@ ZyrStatus DecodeSymbols(BitSource& in, uint8_t* state, Bytes& in_use, Symbols& o
     }
 }
 
-// A stream of bzip2 blocks back to its bytes (the caller compares them, so the CRCs are
-// passed over).
+// A stream of bzip2 blocks back to its bytes (compared by the caller: the CRCs are passed over).
 Bytes Decompress(const Bytes& bz2, int32_t step = 1 << 30) {
     BitSource in{bz2.data(), static_cast<int32_t>(bz2.size())};
     EXPECT_EQ(in.Get(24), 0x425A68u);

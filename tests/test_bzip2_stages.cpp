@@ -1,8 +1,6 @@
-// bzip2 block stages around the transform: the run-length stage and its in-use table, the
-// dictionary maps and zero-run coding, with resumable calls in pieces and small destinations
-// giving the bytes of one call. (Move-to-front against its scalar twin: test_frame.cpp; the
-// exact zero-run codes: the interop with libbz2; every stage's bytes in both builds: the
-// stream test_bzip2_huff.cpp pins.)
+// bzip2 stages around the transform: run-length coding and its in-use table, the dictionary
+// maps, zero-run coding, in pieces and small destinations. (Move-to-front: its scalar twin in
+// test_frame.cpp; exact zero-run codes: the libbz2 interop; both builds: the pinned stream.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
