@@ -191,14 +191,15 @@ TEST(BzipHuff, TableChoiceEdgeCases) {
 }
 
 // A context written as the format lays it out, without any check: bytes 0..used-1 in use,
-// the table-count field, the selectors' move-to-front positions, every table's lengths.
+// the table-count field, the selectors' move-to-front positions, every table's lengths; then
+// symbols in table 0's canonical code.
 struct Context {
     int used;
     uint32_t groups;
     Bytes mtf;
     std::vector<Bytes> lengths;
 };
-void Put(BitSink& s, const Context& c) {
+void Put(BitSink& s, const Context& c, const Symbols& syms) {
     uint32_t ranges = 0;
     for (int r = 0; r < 16; ++r) ranges |= (16 * r < c.used ? 1u : 0u) << (15 - r);
     s.Put(ranges, 16);
@@ -214,9 +215,7 @@ void Put(BitSink& s, const Context& c) {
             s.Put(0, 1);
         }
     }
-}
-// Symbols in the canonical code of `len`.
-void Put(BitSink& s, const Bytes& len, const Symbols& syms) {
+    const Bytes& len = c.lengths[0];
     std::vector<uint32_t> code(len.size());
     for (uint32_t l = 1, next = 0; l <= 20; ++l, next <<= 1) {
         for (size_t k = 0; k < len.size(); ++k) code[k] = len[k] == l ? next++ : code[k];
@@ -262,8 +261,7 @@ TEST(BzipHuff, HandBuiltContextsAndTheirFaults) {
         SCOPED_TRACE(row.name);
         BitSink sink;
         sink.Put(5, 3);  // the context need not start on a byte
-        Put(sink, row.ctx);
-        Put(sink, row.ctx.lengths[0], row.syms);
+        Put(sink, row.ctx, row.syms);
         sink.Put(row.tail, 2), sink.Put(0, 40);
         BitSource in{sink.out.data(), static_cast<int32_t>(sink.out.size())};
         in.Get(3);
