@@ -27,9 +27,8 @@ using zyrdc::test::Bz2Forward;
 TEST(Bzip2Block, DecodesForwardStagesInAnyPieces) {
     using K = DataKind;
     const auto data = [](K kind, size_t n) { return MakeData(kind, n, static_cast<uint32_t>(n)); };
-    Bytes zeros_between = data(K::Random, 20000), a4 = {'a', 'a', 'a', 'a'}, b259(1, 'b');
+    Bytes zeros_between = data(K::Random, 20000), text = data(K::Text, 20000), b259(1, 'b');
     zeros_between.resize(180000);
-    const Bytes text = data(K::Text, 20000);
     zeros_between.insert(zeros_between.end(), text.begin(), text.end());
     b259.insert(b259.end(), 259, 'a');
     const struct {
