@@ -17,12 +17,14 @@ using Bytes = std::vector<uint8_t>;
 using Symbols = std::vector<uint16_t>;
 
 // The run-length stage over src in the pieces `cuts` gives, with `room` bytes of destination
-// a call (repeated while DstFull), then the flush. Encoding also returns the in-use table.
+// a call (ending at a guard page; repeated while DstFull), then the flush. Encoding also
+// returns the in-use table.
 Bytes Rle(bool encode, const Bytes& src, const std::vector<size_t>& cuts, int32_t room,
           Bytes* in_use = nullptr) {
     uint8_t state[264];
     EXPECT_EQ(encode ? zyrsEncodeRLEInit_BZ2_8u(state) : zyrsDecodeRLEStateInit_BZ2_8u(state), StatusOk);
-    Bytes out, dst(static_cast<size_t>(room));
+    Bytes out;
+    zyrdc::test::GuardedBuffer dst(static_cast<size_t>(room));
     size_t at = 0;
     for (size_t cut : cuts) {
         const uint8_t* p = src.data() + at;
@@ -33,7 +35,7 @@ Bytes Rle(bool encode, const Bytes& src, const std::vector<size_t>& cuts, int32_
                                         : zyrsDecodeRLEState_BZ2_8u(&p, &left, &d, &len, state);
             // The decoder may also fill up after its last source byte, with a run pending.
             EXPECT_EQ(st, left > 0 || (!encode && st == StatusDstFull) ? StatusDstFull : StatusOk);
-            out.insert(out.end(), dst.begin(), dst.begin() + (encode ? len : room - len));
+            out.insert(out.end(), dst.data(), dst.data() + (encode ? len : room - len));
         }
         at = cut;
     }
@@ -42,7 +44,7 @@ Bytes Rle(bool encode, const Bytes& src, const std::vector<size_t>& cuts, int32_
         int32_t len = room;
         st = encode ? zyrsEncodeRLEFlush_BZ2_8u(d, &len, state)
                     : zyrsDecodeRLEStateFlush_BZ2_8u(state, &d, &len);
-        out.insert(out.end(), dst.begin(), dst.begin() + (encode ? len : room - len));
+        out.insert(out.end(), dst.data(), dst.data() + (encode ? len : room - len));
     }
     if (in_use != nullptr) {
         in_use->resize(256);
