@@ -46,7 +46,8 @@ inline Bz2Block Bz2Forward(const std::vector<uint8_t>& data, bool rle) {
     p = mtf.data();
     EXPECT_TRUE(zyrsBWTFwd_8u(coded.data(), bwt.data(), n, &b.orig_ptr, work.data()) == StatusOk &&
                 zyrsReduceDictionary_8u_I(b.in_use.data(), bwt.data(), n, &dict) == StatusOk &&
-                zyrsMTFInit_8u(table.data()) == StatusOk && zyrsMTFFwd_8u(bwt.data(), mtf.data(), n, table.data()) == StatusOk &&
+                zyrsMTFInit_8u(table.data()) == StatusOk &&
+                zyrsMTFFwd_8u(bwt.data(), mtf.data(), n, table.data()) == StatusOk &&
                 zyrsEncodeZ1Z2_BZ2_8u16u(&p, &n, b.symbols.data(), &cap, freq.data()) == StatusOk);
     b.symbols.resize(static_cast<size_t>(cap));
     return b;
@@ -55,21 +56,17 @@ inline Bz2Block Bz2Forward(const std::vector<uint8_t>& data, bool rle) {
 // Decodes the block with destinations of `piece` bytes, each ending at a guard page, until
 // StatusOk; the first error status ends it.
 inline ZyrStatus Bz2Decode(const Bz2Block& b, int32_t block_size, int32_t piece, std::vector<uint8_t>* out) {
-    int32_t size = 0;
+    int32_t size = 0, len = piece;
     EXPECT_EQ(zyrsDecodeBlockGetSize_BZ2_8u(block_size, &size), StatusOk);
     GuardedBuffer buffer(static_cast<size_t>(size)), dst(static_cast<size_t>(piece));
     out->clear();
-    auto src_len = static_cast<int32_t>(b.symbols.size());
-    for (;;) {
-        int32_t len = piece;
-        const ZyrStatus st = zyrsDecodeBlock_BZ2_16u8u(b.symbols.data(), src_len, b.in_use.data(),
-                                                       b.orig_ptr, block_size, dst.data(), &len,
-                                                       buffer.data());
-        if (st < 0) return st;
-        out->insert(out->end(), dst.data(), dst.data() + len);
-        if (st != StatusDstFull) return st;
-        src_len = 0;
+    ZyrStatus st = StatusDstFull;
+    for (auto n = static_cast<int32_t>(b.symbols.size()); st == StatusDstFull; n = 0, len = piece) {
+        st = zyrsDecodeBlock_BZ2_16u8u(b.symbols.data(), n, b.in_use.data(), b.orig_ptr, block_size,
+                                       dst.data(), &len, buffer.data());
+        if (st >= 0) out->insert(out->end(), dst.data(), dst.data() + len);
     }
+    return st;
 }
 
 }  // namespace zyrdc::test

@@ -4,12 +4,10 @@
 // primary indexes are refused; continuing calls are checked against the block in progress.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <vector>
 
-#include "data.hpp"
 #include "bzip2_support.hpp"
-#include "support.hpp"
+#include "data.hpp"
 #include "zyrdc.h"
 
 namespace {
@@ -17,7 +15,7 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 using Symbols = std::vector<uint16_t>;
 using zyrdc::test::DataKind;
-
+using zyrdc::test::MakeData;
 using Block = zyrdc::test::Bz2Block;
 using zyrdc::test::Bz2Decode;
 using zyrdc::test::Bz2Forward;
@@ -27,25 +25,21 @@ using zyrdc::test::Bz2Forward;
 // single walk in mid-block. Rows given in run-length form pin the run rule as the walk meets
 // it: counts 0 and 255, a block ending after four equal bytes, a count after a count.
 TEST(Bzip2Block, DecodesForwardStagesInAnyPieces) {
-    using zyrdc::test::MakeData;
-    Bytes zeros_between = MakeData(DataKind::Random, 20000, 1), a4 = {'a', 'a', 'a', 'a'};
+    using K = DataKind;
+    const auto data = [](K kind, size_t n) { return MakeData(kind, n, static_cast<uint32_t>(n)); };
+    Bytes zeros_between = data(K::Random, 20000), text = data(K::Text, 20000), b259(1, 'b');
     zeros_between.resize(180000);
-    const Bytes text = MakeData(DataKind::Text, 20000, 2);
     zeros_between.insert(zeros_between.end(), text.begin(), text.end());
-    Bytes b259(1, 'b');
     b259.insert(b259.end(), 259, 'a');
     const struct {
         Bytes data;
         int32_t block_size;
-        bool rle;
-        Bytes want;  // empty: data
+        bool rle = true;
+        Bytes want = {};  // empty: data
     } rows[] = {
-        {MakeData(DataKind::Text, 1, 1), 1, true, {}},          {MakeData(DataKind::Random, 2, 2), 5, true, {}},
-        {MakeData(DataKind::Text, 1000, 3), 1300, true, {}},    {MakeData(DataKind::Zeros, 5000, 4), 600, true, {}},
-        {MakeData(DataKind::Runs, 20000, 5), 30000, true, {}},  {MakeData(DataKind::Periodic, 20000, 6), 30000, true, {}},
-        {MakeData(DataKind::Sparse, 20000, 7), 30000, true, {}}, {MakeData(DataKind::Records, 20000, 8), 30000, true, {}},
-        {MakeData(DataKind::Random, 300000, 9), 310000, true, {}}, {zeros_between, 60000, true, {}},
-        {MakeData(DataKind::Mixed, 900000, 10), 900000, true, {}},
+        {data(K::Text, 1), 1},           {data(K::Random, 2), 5},          {data(K::Text, 1000), 1300},
+        {data(K::Zeros, 5000), 600},     {data(K::Runs, 20000), 30000},    {data(K::Records, 20000), 30000},
+        {data(K::Random, 300000), 310000}, {zeros_between, 60000},         {data(K::Mixed, 900000), 900000},
         {{'a', 'a', 'a', 'a', 0, 'b'}, 10, false, {'a', 'a', 'a', 'a', 'b'}},
         {{'b', 'a', 'a', 'a', 'a', 255}, 10, false, b259},
         {{'b', 'a', 'a', 'a', 'a'}, 10, false, {'b', 'a', 'a', 'a', 'a'}},
@@ -65,6 +59,8 @@ TEST(Bzip2Block, DecodesForwardStagesInAnyPieces) {
     }
 }
 
+// Runs and bytes are counted against blockSize exactly, symbols against the values in use,
+// origPtr against the bytes decoded; in-use tables must hold 0s and 1s, at least one 1.
 TEST(Bzip2Block, RefusesHostileBlocks) {
     Bytes ab(256), none(256), two(256);
     ab['a'] = ab['b'] = 1;
@@ -89,13 +85,13 @@ TEST(Bzip2Block, RefusesHostileBlocks) {
         {"nothing in use", {2}, none, 0, 10, StatusError},
     };
     for (const auto& r : rows) {
-        SCOPED_TRACE(r.what);
         Bytes out;
-        const ZyrStatus st = Bz2Decode({r.symbols, r.in_use, r.orig_ptr}, r.block_size, 64, &out);
-        EXPECT_EQ(st, r.status);
+        EXPECT_EQ(Bz2Decode({r.symbols, r.in_use, r.orig_ptr}, r.block_size, 64, &out), r.status) << r.what;
     }
 }
 
+// A block in progress continues only with srcLen 0 and its blockSize, and not after it ended
+// or failed; sizes are checked before the context; *pDstLen is left alone on every refusal.
 TEST(Bzip2Block, ChecksAndContinuation) {
     const Block b = Bz2Forward(Bytes(100, 'q'), true);  // 4 + count: five bytes out of 100
     int32_t size = 0, len = 0;
@@ -104,34 +100,35 @@ TEST(Bzip2Block, ChecksAndContinuation) {
     Bytes buf(static_cast<size_t>(size) + 1), dst(100);
     uint8_t* buffer = buf.data() + 1;  // not aligned: the decoder aligns its own area
     const auto n = static_cast<int32_t>(b.symbols.size());
+    const auto decode = [&](int32_t src_len, const uint8_t* in_use, int32_t block_size, int32_t cap,
+                            uint8_t* area) {
+        len = cap;
+        return zyrsDecodeBlock_BZ2_16u8u(b.symbols.data(), src_len, in_use, b.orig_ptr, block_size,
+                                         dst.data(), &len, area);
+    };
     const struct {
         const char* what;
-        int32_t src_len, block_size, cap;
+        int32_t src_len, block_size, cap;  // cap: also the length after the call
         ZyrStatus status;
-        int32_t len;  // unwritten on errors
     } rows[] = {
-        {"continue: nothing in progress", 0, 9, 100, StatusBadContext, 100},
-        {"start: symbols beyond blockSize", n, 1, 100, StatusCorruptStream, 100},
-        {"continue after a failed start", 0, 1, 100, StatusBadContext, 100},
-        {"start", n, 9, 60, StatusDstFull, 60},
-        {"continue: another blockSize", 0, 8, 100, StatusBadContext, 100},
-        {"continue: blockSize 0", 0, 0, 100, StatusBadSize, 100},
-        {"continue: no room", 0, 9, 0, StatusBadSize, 0},
-        {"continue to an exact fit", 0, 9, 40, StatusOk, 40},
-        {"continue: block done", 0, 9, 100, StatusBadContext, 100},
-        {"blockSize 900001", n, 900001, 100, StatusBadSize, 100},
-        {"srcLen below 0", -1, 9, 100, StatusBadSize, 100},
+        {"continue: nothing in progress", 0, 9, 100, StatusBadContext},
+        {"start: symbols beyond blockSize", n, 1, 100, StatusCorruptStream},
+        {"continue after a failed start", 0, 1, 100, StatusBadContext},
+        {"start", n, 9, 60, StatusDstFull},
+        {"continue: another blockSize", 0, 8, 100, StatusBadContext},
+        {"continue: blockSize 0", 0, 0, 100, StatusBadSize},
+        {"continue: no room", 0, 9, 0, StatusBadSize},
+        {"continue to an exact fit", 0, 9, 40, StatusOk},
+        {"continue: block done", 0, 9, 100, StatusBadContext},
+        {"blockSize 900001", n, 900001, 100, StatusBadSize},
+        {"srcLen below 0", -1, 9, 100, StatusBadSize},
     };
     for (const auto& r : rows) {
-        SCOPED_TRACE(r.what);
-        len = r.cap;
-        EXPECT_EQ(zyrsDecodeBlock_BZ2_16u8u(b.symbols.data(), r.src_len, b.in_use.data(), b.orig_ptr, r.block_size,
-                                            dst.data(), &len, buffer), r.status);
-        EXPECT_EQ(len, r.len);
+        EXPECT_EQ(decode(r.src_len, b.in_use.data(), r.block_size, r.cap, buffer), r.status) << r.what;
+        EXPECT_EQ(len, r.cap) << r.what;
     }
-    EXPECT_EQ(zyrsDecodeBlock_BZ2_16u8u(b.symbols.data(), n, b.in_use.data(), 0, 9, dst.data(), &len, nullptr),
-              StatusNullPointer);
-    EXPECT_EQ(zyrsDecodeBlock_BZ2_16u8u(b.symbols.data(), 0, nullptr, 0, 9, dst.data(), &len, buffer), StatusNullPointer);
+    EXPECT_EQ(decode(n, b.in_use.data(), 9, 100, nullptr), StatusNullPointer);
+    EXPECT_EQ(decode(0, nullptr, 9, 100, buffer), StatusNullPointer);  // even when continuing
     EXPECT_EQ(zyrsDecodeBlockGetSize_BZ2_8u(900001, &size), StatusBadSize);
     EXPECT_EQ(zyrsDecodeBlockGetSize_BZ2_8u(1, nullptr), StatusNullPointer);
 }
