@@ -16,10 +16,8 @@ namespace {
 
 using namespace zyrdc::test;
 constexpr int32_t kNone = -32768;  // a fresh table entry
-constexpr int kFast = -1, kSlow = -2;
 
-// Everything one matcher call needs, with sound defaults that tests override. Run calls a
-// level (>= 0), or the Fast or Slow matcher with the parameter record.
+// Everything one matcher call at a level needs, with sound defaults that tests override.
 struct Call {
     std::vector<uint8_t> data = std::vector<uint8_t>(1000, 'a');
     const uint8_t* src = data.data();
@@ -30,17 +28,10 @@ struct Call {
     HuffCodeEntry litFreq[286] = {}, distFreq[30] = {};
     std::vector<uint8_t> lit = std::vector<uint8_t>(2000);
     std::vector<uint16_t> dist = std::vector<uint16_t>(2000);
-    LZ77Params params{4, 8, 8, 8};
 
-    ZyrStatus Run(int level) {
-        if (level >= 0) {
-            return zyrsDeflateLZ77_8u(&src, &srcLen, &srcIdx, window, winSize, head.data(), prev.data(), hashSize,
-                                      litFreq, distFreq, lit.data(), dist.data(), &dstLen,
-                                      static_cast<uint32_t>(level), flush);
-        }
-        return (level == kFast ? zyrsDeflateLZ77Fast_8u : zyrsDeflateLZ77Slow_8u)(
-            &src, &srcLen, &srcIdx, window, winSize, head.data(), prev.data(), hashSize, litFreq, distFreq,
-            lit.data(), dist.data(), &dstLen, &params, flush);
+    ZyrStatus Run(uint32_t level) {
+        return zyrsDeflateLZ77_8u(&src, &srcLen, &srcIdx, window, winSize, head.data(), prev.data(), hashSize,
+                                  litFreq, distFreq, lit.data(), dist.data(), &dstLen, level, flush);
     }
 };
 
@@ -73,8 +64,8 @@ TEST(DeflateLZ77, DictionaryOf200And40000Bytes) {
                                               32768, mode), StatusOk);
         EXPECT_TRUE(std::equal(dict.begin(), dict.begin() + 200, window.begin()) && window[200] == 0xEE);
         EXPECT_EQ(head, std::vector<int32_t>(4096, kNone));
-        ASSERT_EQ(zyrsDeflateDictionarySet_8u(dict.data(), 40000, head.data(), 4096, prev.data(), window.data(),
-                                              32768, mode), StatusOk);
+        ASSERT_EQ(zyrsDeflateDictionarySet_8u(dict.data(), 40000, head.data(), 4096, prev.data(),
+                                              window.data(), 32768, mode), StatusOk);
         EXPECT_TRUE(std::equal(dict.end() - 32768, dict.end(), window.begin()) && window[32768] == 0xEE);
         EXPECT_EQ(*std::max_element(head.begin(), head.end()), 32510);
         for (int32_t i = 0; i < 32768; ++i) {
@@ -86,82 +77,40 @@ TEST(DeflateLZ77, DictionaryOf200And40000Bytes) {
     }
 }
 
-// Runs a matcher over data in calls whose ends come from RandomCuts, keeping the window as a
-// caller must: contiguous (the window pointer is the source pointer, history just before it)
-// or apart (the last winSize bytes copied to a buffer guarded on both sides, each source
-// piece in its own buffer against a guard page). Every call's entries re-expand to its
-// source within the window and with the mode's shortest match, and its counts are theirs.
-void CheckStreams(int level, const LZ77Params& params, const std::vector<uint8_t>& data, int pieces, bool apart,
-                  uint32_t seed) {
+// History apart from the source, as a caller that does not keep its data contiguous passes
+// it: the last winSize bytes in a buffer guarded on both sides, each piece of the source in
+// its own buffer against a guard page. Every kind of matcher reaches back across the seam,
+// reads nothing outside either buffer, and its entries re-expand to the source. (Counts,
+// shortest matches and contiguous history: the fuzz harness and the program's writer tests.)
+TEST(DeflateLZ77, HistoryApartFromTheSource) {
     constexpr uint32_t kWin = 4096;  // one page, so that both ends of the history are guarded
-    const int minMatch = level % 10 == 0 ? 3 : 4;
-    std::mt19937 rng(seed);
-    const auto cuts = RandomCuts(data.size(), pieces, rng);
-    GuardedBuffer history(kWin);
-    std::vector<uint8_t> out;
-    Call c;
-    c.winSize = kWin;
-    c.hashSize = 4096;
-    c.params = params;
-    c.head.assign(4096, kNone);
-    c.prev.assign(kWin, kNone);
-    for (size_t k = 0, done = 0; done < data.size(); k = std::min(k + 1, cuts.size() - 1)) {
-        const size_t len = std::max(cuts[k], done) - done, kept = std::min<size_t>(done, kWin);
-        GuardedBuffer piece(len);
-        std::memcpy(piece.data(), data.data() + done, len);
-        std::memcpy(history.data() + kWin - kept, data.data() + done - kept, kept);
-        const uint8_t* start = apart ? piece.data() : data.data() + done;
-        c.src = start;
-        c.window = apart ? history.data() + kWin : start;
-        c.srcLen = static_cast<int32_t>(len);
-        c.srcIdx = static_cast<int32_t>(done);
-        const int32_t capacity = c.dstLen = 2 + static_cast<int32_t>(rng() % 3000);
-        c.lit.resize(static_cast<size_t>(capacity));  // exact sizes, for the sanitizer
-        c.dist.resize(static_cast<size_t>(capacity));
-        c.flush = k + 1 == cuts.size() ? 2 : static_cast<int32_t>(rng() % 2);
-        for (auto& e : c.litFreq) e = {0, 0xABCD};  // the second half is not the matcher's
-        for (auto& e : c.distFreq) e = {};
-        ASSERT_EQ(c.Run(level), StatusOk);
-        const size_t consumed = static_cast<size_t>(c.src - start), n = static_cast<size_t>(capacity - c.dstLen);
-        ASSERT_EQ(c.srcLen, static_cast<int32_t>(len - consumed));
-        ASSERT_EQ(c.srcIdx, static_cast<int32_t>(done + consumed));
-        std::vector<uint32_t> litCount(286), distCount(30);
-        for (size_t i = 0; i < n; ++i) {
-            if (c.dist[i] == 0) {
-                ++litCount[c.lit[i]];
-                continue;
-            }
-            ASSERT_LT(c.dist[i], kWin);
-            ASSERT_GE(c.lit[i] + 3, minMatch);
-            ++litCount[257 + LengthCode(c.lit[i] + 3u)];
-            ++distCount[DistanceCode(c.dist[i])];
+    const auto data = MakeData(DataKind::Mixed, 60000, 3);
+    for (uint32_t level : {0u, 1u, 4u, 6u, 9u, 11u, 15u, 19u, 20u, 21u, 25u, 29u}) {
+        std::mt19937 rng(level);
+        const auto cuts = RandomCuts(data.size(), 40, rng);
+        GuardedBuffer history(kWin);
+        std::vector<uint8_t> out;
+        Call c;
+        c.winSize = c.hashSize = kWin;
+        c.head.assign(kWin, kNone);
+        c.prev.assign(kWin, kNone);
+        for (size_t k = 0, done = 0; done < data.size(); k = std::min(k + 1, cuts.size() - 1)) {
+            const size_t len = std::max(cuts[k], done) - done, kept = std::min<size_t>(done, kWin);
+            GuardedBuffer piece(len);
+            std::memcpy(piece.data(), data.data() + done, len);
+            std::memcpy(history.data() + kWin - kept, data.data() + done - kept, kept);
+            c.src = piece.data();
+            c.window = history.data() + kWin;
+            c.srcLen = static_cast<int32_t>(len);
+            c.srcIdx = static_cast<int32_t>(done);
+            c.dstLen = 2000;
+            c.flush = k + 1 == cuts.size() ? 2 : static_cast<int32_t>(rng() % 2);
+            ASSERT_EQ(c.Run(level), StatusOk) << level;
+            const auto n = static_cast<size_t>(2000 - c.dstLen);
+            ASSERT_TRUE(Expand(c.lit.data(), c.dist.data(), n, out)) << level;
+            done += static_cast<size_t>(c.src - piece.data());
         }
-        for (int s = 0; s < 286; ++s) ASSERT_TRUE(c.litFreq[s].code == litCount[s] && c.litFreq[s].len == 0xABCD);
-        for (int s = 0; s < 30; ++s) ASSERT_EQ(c.distFreq[s].code, distCount[s]) << s;
-        ASSERT_TRUE(Expand(c.lit.data(), c.dist.data(), n, out));
-        ASSERT_TRUE(std::equal(out.begin() + static_cast<ptrdiff_t>(done), out.end(),
-                               data.begin() + static_cast<ptrdiff_t>(done)));
-        done += consumed;
-    }
-    EXPECT_EQ(out, data);
-}
-
-TEST(DeflateLZ77, EveryLevelReexpandsWithinTheWindow) {
-    // Each matcher meets both: one ends in a match, the other in bytes that no match covers.
-    const auto mixed = MakeData(DataKind::Mixed, 60000, 3);
-    auto text = MakeData(DataKind::Text, 60000, 4);
-    const auto tail = MakeData(DataKind::Random, 7, 5);
-    text.insert(text.end(), tail.begin(), tail.end());
-    for (int level = 0; level < 30; ++level) {
-        SCOPED_TRACE(level);
-        const auto& data = level / 10 == 1 ? text : mixed;
-        CheckStreams(level, {}, data, 1, false, static_cast<uint32_t>(level));
-        CheckStreams(level, {}, data, 40, level % 2 == 0, static_cast<uint32_t>(level));
-    }
-    // Parameter records off the level table: tiny budgets, lazy limits and nice lengths.
-    for (const LZ77Params& p : {LZ77Params{1, 4, 4, 4}, LZ77Params{7, 300, 5, 300}, LZ77Params{2, 4, 258, 4}}) {
-        CheckStreams(kSlow, p, mixed, 30, true, 2);
-        CheckStreams(kFast, p, text, 30, false, 3);
+        EXPECT_EQ(out, data) << level;
     }
 }
 
@@ -174,7 +123,7 @@ TEST(DeflateLZ77, RebasingKeepsTheWindow) {
     data.insert(data.end(), history.begin() + skip, history.end());
     // base + winSize + 2 x srcLen reaches 2^31 - 1
     const int32_t srcLen = static_cast<int32_t>(winSize - skip), base = 0x7FFFE000;
-    for (int level : {1, 6}) {
+    for (uint32_t level : {1u, 6u}) {
         Call c;
         c.data = data;
         c.winSize = winSize;
