@@ -75,7 +75,6 @@ TEST(Checksums, CheckValues) {
         EXPECT_EQ(Feed(f, digits, {9}), f.check) << f.name;
         EXPECT_EQ(f.ref(f.start, digits, 9), f.check) << f.name;
     }
-    EXPECT_EQ(~Feed(kFamilies[2], digits, {9}), 0xE3069283u);  // the standard CRC-32C
     const std::vector<uint8_t> ff(100000, 0xFF);
     EXPECT_EQ(Feed(kFamilies[0], ff.data(), {ff.size()}), 0x149A302Cu);
 }

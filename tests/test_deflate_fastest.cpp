@@ -72,46 +72,58 @@ TEST(FastestCodes, LengthLimitedBuilderIsOptimal) {
     }
 }
 
-// Codes for every symbol from zero counts, or the fixed code.
-void Codes(int mode, HuffCodeEntry* lc, HuffCodeEntry* dc) {
-    uint32_t lit[286] = {}, dist[30] = {};
-    ASSERT_EQ(zyrsDeflateLZ77FastestGenHuffTable_8u(lit, dist, mode, lc, dc), StatusOk);
-}
+// One caller of zyrsDeflateLZ77Fastest_8u: codes for every symbol from zero counts (or the fixed
+// code), the hash table, the output, the pending bits and the position.
+struct Coder {
+    HuffCodeEntry lc[286], dc[30];
+    std::vector<int32_t> head;
+    std::vector<uint8_t> out;
+    uint16_t code = 0;
+    uint32_t bits = 0, idx = 0;
+    int32_t srcIdx = 0;
+
+    Coder(int mode, uint32_t hashSize, size_t outSize) : head(hashSize, -32768), out(outSize) {
+        uint32_t lit[286] = {}, dist[30] = {};
+        EXPECT_EQ(zyrsDeflateLZ77FastestGenHuffTable_8u(lit, dist, mode, lc, dc), StatusOk);
+    }
+    void FinalHeader(int type) {
+        DeflateBlockHeader h;
+        EXPECT_EQ(zyrsDeflateLZ77FastestPrecompHeader_8u(type, lc, dc, &h), StatusOk);
+        EXPECT_EQ(zyrsDeflateLZ77FastestGenHeader_8u(&h, 1, 0, &code, &bits, out.data(), 1024, &idx),
+                  StatusOk);
+    }
+    // Room up to `room` bytes past idx (0: all of out).
+    ZyrStatus Run(const uint8_t*& src, int32_t& len, const uint8_t* window, uint32_t winSize, int32_t flush,
+                  size_t room = 0) {
+        const auto cap = static_cast<uint32_t>(room ? std::min(out.size(), idx + room) : out.size());
+        return zyrsDeflateLZ77Fastest_8u(&src, &len, &srcIdx, window, winSize, head.data(),
+                                         static_cast<uint32_t>(head.size()), lc, dc, &code, &bits, out.data(),
+                                         cap, &idx, flush);
+    }
+};
 
 // One final block of the mode's codes; the source fed in up to `piece` bytes a call (0: all of
 // it) with flush 0 between, the room given in up to `room` bytes a call (0: all of it).
 std::vector<uint8_t> WriteStream(const std::vector<uint8_t>& data, uint32_t winSize, uint32_t hashSize,
                                  int mode, size_t piece = 0, size_t room = 0, uint32_t seed = 0) {
     std::mt19937 rng(seed);
-    auto upTo = [&](size_t max, size_t all) { return max == 0 ? all : 1 + rng() % max; };
-    HuffCodeEntry lc[286], dc[30];
-    Codes(mode, lc, dc);
-    DeflateBlockHeader h;
-    const int type = mode == DeflateCodesFixed ? DeflateBlockFixed : DeflateBlockDynamic;
-    EXPECT_EQ(zyrsDeflateLZ77FastestPrecompHeader_8u(type, lc, dc, &h), StatusOk);
-    std::vector<uint8_t> out(data.size() * 2 + 1024);
-    std::vector<int32_t> head(hashSize, -32768);
-    uint16_t code = 0;
-    uint32_t bits = 0, idx = 0;
-    int32_t srcIdx = 0;
-    EXPECT_EQ(zyrsDeflateLZ77FastestGenHeader_8u(&h, 1, 0, &code, &bits, out.data(), 1024, &idx), StatusOk);
+    Coder c(mode, hashSize, data.size() * 2 + 1024);
+    c.FinalHeader(mode == DeflateCodesFixed ? DeflateBlockFixed : DeflateBlockDynamic);
     static const uint8_t kNone = 0;
     size_t pos = 0, fed = 0;
     do {
-        fed = std::min(data.size(), fed + upTo(piece, data.size()));
+        fed = piece ? std::min(data.size(), fed + 1 + rng() % piece) : data.size();
         const uint8_t* src = data.empty() ? &kNone : data.data() + pos;
         int32_t len = static_cast<int32_t>(fed - pos);
         ZyrStatus s = StatusDstFull;
         while (s == StatusDstFull) {
-            const auto cap = static_cast<uint32_t>(std::min(out.size(), idx + upTo(room, out.size())));
-            s = zyrsDeflateLZ77Fastest_8u(&src, &len, &srcIdx, src, winSize, head.data(), hashSize, lc, dc,
-                                          &code, &bits, out.data(), cap, &idx, fed < data.size() ? 0 : 4);
+            s = c.Run(src, len, src, winSize, fed < data.size() ? 0 : 4, room ? 1 + rng() % room : 0);
         }
         EXPECT_EQ(s, StatusOk);
         pos = fed - static_cast<size_t>(len);
     } while (fed < data.size());
-    out.resize(idx);
-    return out;
+    c.out.resize(c.idx);
+    return c.out;
 }
 
 // Each stream decodes in the peer and here; written again with the source and the room cut
@@ -147,11 +159,7 @@ TEST(Fastest, StreamsDecodeAndAreTheSameWhateverTheSplitsAndBuild) {
 // Flush 0 leaves the 261-byte lookahead, 2 codes everything, 4 also empties the accumulator;
 // too little room and a distance code of length 0 stop before anything is written.
 TEST(Fastest, FlushRoomAndTableEdges) {
-    HuffCodeEntry lc[286], dc[30];
-    Codes(DeflateCodesAll, lc, dc);
     const auto data = RandomBytes(1000, 35);  // no match runs past the lookahead limit
-    std::vector<int32_t> head(1024);
-    std::vector<uint8_t> out(4000);
     struct Row {
         const char* name;
         int32_t flush;
@@ -167,55 +175,40 @@ TEST(Fastest, FlushRoomAndTableEdges) {
         {"one zero-length distance entry", 2, 4000, 17, StatusBadHuffmanCode, 1000, 5},
     };
     for (const Row& r : rows) {
-        std::fill(head.begin(), head.end(), -32768);
-        HuffCodeEntry d[30];
-        std::copy(dc, dc + 30, d);
-        if (r.zeroDist >= 0) d[r.zeroDist].len = 0;
+        Coder c(DeflateCodesAll, 1024, 4000);
+        c.code = 0x15;
+        c.bits = 5;
+        if (r.zeroDist >= 0) c.dc[r.zeroDist].len = 0;
         const uint8_t* src = data.data();
-        int32_t len = 1000, srcIdx = 0;
-        uint16_t code = 0x15;
-        uint32_t bits = 5, idx = 0;
-        EXPECT_EQ(zyrsDeflateLZ77Fastest_8u(&src, &len, &srcIdx, src, 32768, head.data(), 1024, lc, d, &code,
-                                            &bits, out.data(), r.room, &idx, r.flush), r.want) << r.name;
+        int32_t len = 1000;
+        EXPECT_EQ(c.Run(src, len, src, 32768, r.flush, r.room), r.want) << r.name;
         EXPECT_EQ(len, r.leftSrc) << r.name;
-        if (r.bitsLeft >= 0) {
-            EXPECT_EQ(static_cast<int>(bits), r.bitsLeft) << r.name;
-        }
-        if (r.want == StatusDstFull) {
-            EXPECT_EQ(idx, 0u) << r.name;
-        }
+        EXPECT_TRUE(r.bitsLeft < 0 || static_cast<int>(c.bits) == r.bitsLeft) << r.name;
+        EXPECT_TRUE(r.want != StatusDstFull || c.idx == 0) << r.name;
     }
 }
 
 // History in its own buffer and each piece of the source alone: matches reach back across
 // the seam into the window; near the top of the index range the positions are moved down.
 TEST(Fastest, MatchesAcrossTheSeamAndRebasing) {
-    HuffCodeEntry lc[286], dc[30];
-    Codes(DeflateCodesAll, lc, dc);
     const auto data = VariedData(100000, 36);
     for (int32_t startIdx : {0, 0x7FFFFFFF - 70000}) {
-        std::vector<int32_t> head(4096, -32768);
-        std::vector<uint8_t> out(300000), window(32768);
-        uint16_t code = 0;
-        uint32_t bits = 0, idx = 0;
-        int32_t srcIdx = startIdx;
-        DeflateBlockHeader h;
-        ASSERT_EQ(zyrsDeflateLZ77FastestPrecompHeader_8u(2, lc, dc, &h), StatusOk);
-        ASSERT_EQ(zyrsDeflateLZ77FastestGenHeader_8u(&h, 1, 0, &code, &bits, out.data(), 300000, &idx),
-                  StatusOk);
+        Coder c(DeflateCodesAll, 4096, 300000);
+        c.srcIdx = startIdx;
+        c.FinalHeader(DeflateBlockDynamic);
+        std::vector<uint8_t> window(32768);
         for (auto at = data.begin(); at != data.end(); at += 10000) {
             std::vector<uint8_t> piece(at, at + 10000);
             const uint8_t* src = piece.data();
             int32_t len = 10000;
-            ASSERT_EQ(zyrsDeflateLZ77Fastest_8u(&src, &len, &srcIdx, window.data() + window.size(), 32768,
-                                                head.data(), 4096, lc, dc, &code, &bits, out.data(), 300000,
-                                                &idx, at + 10000 == data.end() ? 4 : 2), StatusOk);
+            ASSERT_EQ(c.Run(src, len, window.data() + window.size(), 32768, at + 10000 == data.end() ? 4 : 2),
+                      StatusOk);
             window.insert(window.end(), piece.begin(), piece.end());
             window.erase(window.begin(), window.end() - 32768);
         }
-        out.resize(idx);
-        EXPECT_EQ(PeerInflate(out, data.size()), data) << startIdx;
-        EXPECT_LT(out.size(), data.size() * 3 / 4) << startIdx;  // matches were found, across pieces too
+        c.out.resize(c.idx);
+        EXPECT_EQ(PeerInflate(c.out, data.size()), data) << startIdx;
+        EXPECT_LT(c.out.size(), data.size() * 3 / 4) << startIdx;  // matches were found, across pieces too
     }
 }
 
@@ -224,23 +217,18 @@ TEST(Fastest, MatchesAcrossTheSeamAndRebasing) {
 TEST(Fastest, GetStatCountsWhatFastestCodes) {
     const auto data = VariedData(30000, 37);
     uint32_t lit[286] = {}, dist[30] = {};
-    std::vector<int32_t> head(2048);
-    ASSERT_EQ(zyrsDeflateLZ77FastestGetStat_8u(data.data(), 30000, head.data(), 2048, lit, dist), StatusOk);
-    HuffCodeEntry lc[286], dc[30];
-    Codes(DeflateCodesAll, lc, dc);
-    std::fill(head.begin(), head.end(), -32768);
-    std::vector<uint8_t> out(100000);
+    std::vector<int32_t> scratch(2048);
+    ASSERT_EQ(zyrsDeflateLZ77FastestGetStat_8u(data.data(), 30000, scratch.data(), 2048, lit, dist),
+              StatusOk);
+    Coder c(DeflateCodesAll, 2048, 100000);
     const uint8_t* src = data.data();
-    int32_t len = 30000, srcIdx = 0;
-    uint16_t code = 0;
-    uint32_t bits = 0, idx = 0;
-    ASSERT_EQ(zyrsDeflateLZ77Fastest_8u(&src, &len, &srcIdx, src, 32768, head.data(), 2048, lc, dc, &code,
-                                        &bits, out.data(), 100000, &idx, 2), StatusOk);
+    int32_t len = 30000;
+    ASSERT_EQ(c.Run(src, len, src, 32768, 2), StatusOk);
     uint64_t expectBits = 0;
     for (int s = 0; s < 286; ++s)
-        expectBits += uint64_t{lit[s]} * (lc[s].len + (s > 264 && s < 285 ? (s - 261) / 4 : 0));
-    for (int s = 0; s < 30; ++s) expectBits += uint64_t{dist[s]} * (dc[s].len + (s >= 4 ? s / 2 - 1 : 0));
-    EXPECT_EQ(expectBits, uint64_t{idx} * 8 + bits);
+        expectBits += uint64_t{lit[s]} * (c.lc[s].len + (s > 264 && s < 285 ? (s - 261) / 4 : 0));
+    for (int s = 0; s < 30; ++s) expectBits += uint64_t{dist[s]} * (c.dc[s].len + (s >= 4 ? s / 2 - 1 : 0));
+    EXPECT_EQ(expectBits, uint64_t{c.idx} * 8 + c.bits);
     EXPECT_EQ(lit[256], 0u);
 }
 
@@ -248,8 +236,8 @@ TEST(Fastest, GetStatCountsWhatFastestCodes) {
 // checks of GenHeader in order; stored headers after every pending bit count 0..7 with LEN 0
 // and 65535, refused whole when one byte short, decode in the peer and here.
 TEST(FastestHeaders, PrecompAndGenHeader) {
-    HuffCodeEntry lc[286], dc[30], bad[286];
-    Codes(DeflateCodesAll, lc, dc);
+    Coder all(DeflateCodesAll, 1, 1);
+    HuffCodeEntry *lc = all.lc, *dc = all.dc, bad[286];
     DeflateBlockHeader h;
     for (auto [symbol, len] : {std::pair<int, uint16_t>{7, 16}, {256, 0}}) {
         std::copy(lc, lc + 286, bad);
