@@ -67,18 +67,6 @@ uint32_t Feed(const Family& f, const uint8_t* p, const std::vector<size_t>& cuts
     return value;
 }
 
-// Published check values, which the references must give too; Adler-32 of 100000 0xFF bytes,
-// whose sums come closest to overflowing between reductions.
-TEST(Checksums, CheckValues) {
-    const uint8_t digits[] = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
-    for (const Family& f : kFamilies) {
-        EXPECT_EQ(Feed(f, digits, {9}), f.check) << f.name;
-        EXPECT_EQ(f.ref(f.start, digits, 9), f.check) << f.name;
-    }
-    const std::vector<uint8_t> ff(100000, 0xFF);
-    EXPECT_EQ(Feed(kFamilies[0], ff.data(), {ff.size()}), 0x149A302Cu);
-}
-
 // -1 is a count of 2^32 - 1 bytes, not an error: the call runs off an 8-byte buffer into the
 // guard page.
 TEST(Checksums, Crc32cTakesItsLengthUnsigned) {
@@ -88,10 +76,18 @@ TEST(Checksums, Crc32cTakesItsLengthUnsigned) {
     EXPECT_DEATH(zyrsCRC32C_8u(buf.data(), -1, &v), "");
 }
 
-// Whole and split at random points against the references, and against a peer no one here
-// wrote (libdeflate, which both builds have). A lost carry between pieces or between the
-// kernels' blocks shows here.
-TEST(Checksums, MatchReferencesAndPeersWholeAndSplit) {
+// Published check values, which the references give too, and Adler-32 of 100000 0xFF bytes,
+// whose sums come closest to overflowing between reductions. Then, whole and split at random
+// points, against the references and against a peer no one here wrote (libdeflate, which both
+// builds have): a lost carry between pieces or between the kernels' blocks shows here.
+TEST(Checksums, MatchCheckValuesReferencesAndPeer) {
+    const uint8_t digits[] = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
+    for (const Family& f : kFamilies) {
+        EXPECT_EQ(Feed(f, digits, {9}), f.check) << f.name;
+        EXPECT_EQ(f.ref(f.start, digits, 9), f.check) << f.name;
+    }
+    const std::vector<uint8_t> ff(100000, 0xFF);
+    EXPECT_EQ(Feed(kFamilies[0], ff.data(), {ff.size()}), 0x149A302Cu);
     std::mt19937 rng(7);
     for (size_t n : {1u, 2u, 31u, 100u, 4096u, 5553u, 65543u, 1u << 20}) {
         const auto data = zyrdc::test::MakeData(zyrdc::test::kDataKinds[n % 9], n, static_cast<uint32_t>(n));

@@ -80,41 +80,36 @@ void CheckAgainstReference(Streams s, const std::vector<size_t>& cuts, uint32_t 
         << "written past the final index, n = " << n;
 }
 
-// Below 2048 entries a call takes the entry-by-entry path, from 2048 on the vector path; both
-// must leave what the reference leaves, however the entries are split into calls.
-TEST(DeflateHuff, MatchesReferenceWholeAndSplitAroundTheVectorPath) {
-    std::mt19937 rng(21);
-    for (size_t n : {0u, 1u, 7u, 8u, 9u, 100u, 511u, 512u, 513u, 2047u, 2048u, 2049u, 6000u, 40000u}) {
-        const Streams s = RandomStreams(n, rng);
-        for (uint32_t count : {0u, 3u, 15u}) {
-            const uint32_t pending = static_cast<uint32_t>(rng()) & ((1u << count) - 1);
-            CheckAgainstReference(s, {n}, pending, count, static_cast<uint32_t>(rng() % 5));
-            CheckAgainstReference(s, RandomCuts(n, 6, rng), pending, count, 3);
-        }
-    }
-}
-
-// No entries with 10 pending bits; the longest match at the farthest distance (symbol 285
-// without extra bits, distance code 29 with 8191 in 13 bits: 18 bits in all); codes that
-// fill the 32-bit accumulator exactly and then overflow it.
-TEST(DeflateHuff, EdgeCases) {
+// Edge rows: no entries with 10 pending bits; the longest match at the farthest distance
+// (symbol 285 without extra bits, distance code 29 with 8191 in 13 bits); codes that fill the
+// 32-bit accumulator exactly and then overflow it. Random rows: below 2048 entries a call takes
+// the entry-by-entry path, from 2048 on the vector path. Every row, whole and split into calls
+// anyhow, must leave what the reference leaves.
+TEST(DeflateHuff, MatchesReferenceWholeAndSplit) {
     std::vector<HuffCodeEntry> lit(286, {0, 0}), dist(30, {0, 0});
     lit['A'] = {0x1F, 5};
     lit['B'] = {0x7FFF, 15};
     lit[285] = {0x5, 3};
     dist[29] = {0x2, 2};
     struct Row {
-        std::vector<uint8_t> lit;
-        std::vector<uint16_t> dist;
-        uint16_t pending;
-        uint32_t count;
-    } rows[] = {
-        {{}, {}, 0x3FF, 10},
-        {{255}, {32768}, 0, 0},
-        {{'B', 'B', 'A', 'B'}, {0, 0, 0, 0}, 0x3, 2},  // 2 + 15 + 15 = 32, then 5 and 15 more
+        Streams s;
+        uint32_t pending, count;
     };
+    std::vector<Row> rows = {
+        {{{}, {}, lit, dist}, 0x3FF, 10},
+        {{{255}, {32768}, lit, dist}, 0, 0},
+        {{{'B', 'B', 'A', 'B'}, {0, 0, 0, 0}, lit, dist}, 0x3, 2},  // 2 + 15 + 15 = 32, then 5 and 15
+    };
+    std::mt19937 rng(21);
+    for (size_t n : {0u, 1u, 7u, 8u, 9u, 100u, 511u, 512u, 513u, 2047u, 2048u, 2049u, 6000u, 40000u}) {
+        for (uint32_t count : {0u, 3u, 15u}) {
+            rows.push_back({RandomStreams(n, rng), static_cast<uint32_t>(rng()) & ((1u << count) - 1), count});
+        }
+    }
     for (const Row& r : rows) {
-        CheckAgainstReference({r.lit, r.dist, lit, dist}, {r.lit.size()}, r.pending, r.count, 1);
+        const size_t n = r.s.lit.size();
+        CheckAgainstReference(r.s, {n}, r.pending, r.count, static_cast<uint32_t>(rng() % 5));
+        CheckAgainstReference(r.s, RandomCuts(n, 6, rng), r.pending, r.count, 3);
     }
 }
 
