@@ -157,7 +157,7 @@ TEST(Fastest, StreamsDecodeAndAreTheSameWhateverTheSplitsAndBuild) {
             EXPECT_EQ(Decode(once).out, data) << what;
             EXPECT_EQ(WriteStream(data, r.winSize, r.hashSize, r.mode, 3000, 40, rng()), once) << what;
             const size_t piece = 1 + rng() % 300;
-            EXPECT_EQ(WriteStream(data, r.winSize, r.hashSize, r.mode, piece, 17, rng(), true), once) << what;
+            EXPECT_EQ(WriteStream(data, r.winSize, r.hashSize, r.mode, piece, 0, rng(), true), once) << what;
             const int32_t nearTop = 0x7FFFFFFF - 70000;
             EXPECT_EQ(WriteStream(data, r.winSize, r.hashSize, r.mode, 9000, 0, 0, true, nearTop), once)
                 << what << ", near the top";
