@@ -103,7 +103,8 @@ TEST(DeflateHuff, MatchesReferenceWholeAndSplit) {
     std::mt19937 rng(21);
     for (size_t n : {0u, 1u, 7u, 8u, 9u, 100u, 511u, 512u, 513u, 2047u, 2048u, 2049u, 6000u, 40000u}) {
         for (uint32_t count : {0u, 3u, 15u}) {
-            rows.push_back({RandomStreams(n, rng), static_cast<uint32_t>(rng()) & ((1u << count) - 1), count});
+            const uint32_t pending = static_cast<uint32_t>(rng()) & ((1u << count) - 1);
+            rows.push_back({RandomStreams(n, rng), pending, count});
         }
     }
     for (const Row& r : rows) {
