@@ -1,7 +1,7 @@
-// deflate_support.hpp - helpers of the Deflate and Inflate tests: varied input data,
-// re-expansion of the matcher's streams, canonical codes, a bit writer for hand-made streams,
-// decoding through zyrsInflate_8u one-shot and in pieces, and raw Deflate decoding by
-// whichever peer this build has (zlib's inflate with windowBits -15, else libdeflate).
+// deflate_support.hpp - helpers of the Deflate and Inflate tests (and of two fuzz harnesses and
+// the zyrdc program's Deflate tests): varied data, re-expansion of the matcher's streams,
+// canonical codes, a bit writer, decoding by zyrsInflate_8u one-shot and in pieces, and by
+// whichever peer this build has.
 #pragma once
 
 #include <algorithm>
@@ -53,8 +53,8 @@ inline std::vector<uint8_t> VariedData(size_t n, uint32_t seed) {
     return v;
 }
 
-// RFC 1951 section 3.2.5, as published: the first length of each length symbol 257..285 and
-// the first distance of each distance symbol.
+// RFC 1951's tables as published: the first length of each length symbol 257..285 and the
+// first distance of each distance symbol.
 inline constexpr uint16_t kLengthBase[29] = {3,  4,  5,  6,  7,  8,  9,  10, 11,  13,  15,  17,  19,  23, 27,
                                              31, 35, 43, 51, 59, 67, 83, 99, 115, 131, 163, 195, 227, 258};
 inline constexpr uint16_t kDistBase[30] = {1,    2,    3,    4,    5,    7,    9,    13,    17,    25,
@@ -101,19 +101,16 @@ inline std::vector<HuffCodeEntry> CanonicalCodes(const std::vector<uint8_t>& len
     return codes;
 }
 
-// The fixed literal/length code (its first n of 288 symbols) and the fixed distance code (of
-// 32, the last two never valid in a stream).
-inline std::vector<HuffCodeEntry> FixedLitCodes(size_t n = 286) {
+// The fixed literal/length code of 288 symbols and the fixed distance code of 32 (the last
+// two of each never valid in a stream).
+inline std::vector<HuffCodeEntry> FixedLitCodes() {
     std::vector<uint8_t> lens(288);
     for (int s = 0; s < 288; ++s) lens[s] = static_cast<uint8_t>(s < 144 ? 8 : s < 256 ? 9 : s < 280 ? 7 : 8);
-    auto codes = CanonicalCodes(lens);
-    codes.resize(n);
-    return codes;
+    return CanonicalCodes(lens);
 }
-inline std::vector<HuffCodeEntry> FixedDistCodes(size_t n = 30) {
-    return CanonicalCodes(std::vector<uint8_t>(n, 5));
-}
+inline std::vector<HuffCodeEntry> FixedDistCodes() { return CanonicalCodes(std::vector<uint8_t>(32, 5)); }
 
+// The 16-bit word at a byte offset of the decoding record.
 inline uint16_t U16(const InflateHuffTable& t, size_t byteOffset) {
     uint16_t v;
     std::memcpy(&v, reinterpret_cast<const uint8_t*>(&t) + byteOffset, 2);
@@ -129,7 +126,8 @@ inline bool HavePeerInflate() {
 }
 
 // Decodes a raw Deflate stream with the peer into at most `size` bytes; nothing on any error
-// (or without a peer).
+// (or without a peer). zlib where this build has it: it refuses what it must refuse, where
+// libdeflate lets a few invalid streams pass (the i686 zlib package is sometimes missing).
 inline std::optional<std::vector<uint8_t>> PeerInflate(const std::vector<uint8_t>& stream, size_t size) {
     std::vector<uint8_t> out(size + 1);
 #if defined(ZYRDC_HAVE_ZLIB)
@@ -161,56 +159,38 @@ inline std::optional<std::vector<uint8_t>> PeerInflate(const std::vector<uint8_t
 struct Inflated {
     ZyrStatus status;
     std::vector<uint8_t> out;
-    size_t consumed;      // source bytes
-    uint32_t heldBits;    // held bit count at the end
+    size_t consumed;    // source bytes
+    uint32_t heldBits;  // held bit count at the end
 };
 
-// One call over the whole stream into a buffer of `cap` bytes (at least 1), after `dict`.
-inline Inflated InflateOnce(const std::vector<uint8_t>& stream, size_t cap,
-                            const std::vector<uint8_t>& dict = {}) {
-    std::vector<uint8_t> buf(dict);
-    buf.resize(dict.size() + std::max<size_t>(cap, 1));
-    static const uint8_t kEmpty = 0;
-    const uint8_t* src = stream.empty() ? &kEmpty : stream.data();
-    int32_t srcLen = static_cast<int32_t>(stream.size()), dstIdx = static_cast<int32_t>(dict.size()), mode = 0;
-    uint32_t code = 0, bits = 0;
-    InflateHuffTable table;
-    const ZyrStatus s = zyrsInflate_8u(&src, &srcLen, &code, &bits, buf.data(), static_cast<int32_t>(buf.size()),
-                                       &dstIdx, 0, &mode, &table);
-    return {s, std::vector<uint8_t>(buf.begin() + static_cast<long>(dict.size()), buf.begin() + dstIdx),
-            stream.size() - static_cast<size_t>(srcLen), bits};
-}
-
-// Decodes with the source given in random pieces (0 = one byte at a time) and the room in
-// random amounts (0 = one byte a call), sliding the history as a streaming caller does.
-inline Inflated InflatePieces(const std::vector<uint8_t>& stream, std::mt19937& rng, size_t maxPiece,
-                              size_t maxRoom) {
-    constexpr size_t kHistory = 32768;
-    std::vector<uint8_t> buf(kHistory + std::max<size_t>(maxRoom, 1) + 1), out;
+// Decodes by zyrsInflate_8u as a streaming caller does, sliding 32 KiB of history to the front
+// of its buffer: the source in pieces of 1 to maxPiece bytes and the room in 1 to maxRoom bytes
+// a call, at random; kWhole gives all of either at once (both: a single call).
+constexpr size_t kWhole = size_t{1} << 20;
+inline Inflated Decode(const std::vector<uint8_t>& stream, size_t maxPiece = kWhole, size_t maxRoom = kWhole,
+                       uint32_t seed = 1) {
+    constexpr int32_t kHistory = 32768;
+    std::mt19937 rng(seed);
+    auto upTo = [&](size_t max) { return max == kWhole ? kWhole : 1 + rng() % max; };
+    std::vector<uint8_t> buf(kHistory + maxRoom + 1), out;
     InflateHuffTable table;
     int32_t dstIdx = 0, mode = 0;
     uint32_t code = 0, bits = 0;
-    size_t off = 0, fed = 0;
-    auto more = [&] { return maxPiece == 0 ? 1 : 1 + rng() % maxPiece; };
-    fed = std::min(stream.size(), more());
-    for (;;) {
+    for (size_t off = 0, fed = std::min(stream.size(), upTo(maxPiece));;) {
         static const uint8_t kEmpty = 0;
         const uint8_t* src = fed > off ? stream.data() + off : &kEmpty;
         int32_t srcLen = static_cast<int32_t>(fed - off);
-        const size_t room = maxRoom == 0 ? 1 : 1 + rng() % maxRoom;
-        const int32_t start = dstIdx;
-        const ZyrStatus s = zyrsInflate_8u(&src, &srcLen, &code, &bits, buf.data(),
-                                           dstIdx + static_cast<int32_t>(room), &dstIdx, 0, &mode, &table);
+        const int32_t start = dstIdx, room = static_cast<int32_t>(upTo(maxRoom));
+        const ZyrStatus s =
+            zyrsInflate_8u(&src, &srcLen, &code, &bits, buf.data(), dstIdx + room, &dstIdx, 0, &mode, &table);
         out.insert(out.end(), buf.begin() + start, buf.begin() + dstIdx);
-        if (s < 0 || s == StatusOk) return {s, out, s < 0 ? off : fed - static_cast<size_t>(srcLen), bits};
+        if (s < 0) return {s, out, off, bits};
         off = fed - static_cast<size_t>(srcLen);
-        if (s == StatusSrcExhausted) {
-            if (fed == stream.size()) return {s, out, off, bits};
-            fed = std::min(stream.size(), fed + more());
-        }
-        if (dstIdx > static_cast<int32_t>(kHistory)) {  // keep 32 KiB of history at the front
-            std::copy(buf.begin() + dstIdx - static_cast<long>(kHistory), buf.begin() + dstIdx, buf.begin());
-            dstIdx = static_cast<int32_t>(kHistory);
+        if (s == StatusOk || (s == StatusSrcExhausted && fed == stream.size())) return {s, out, off, bits};
+        if (s == StatusSrcExhausted) fed = std::min(stream.size(), fed + upTo(maxPiece));
+        if (dstIdx > kHistory) {  // keep 32 KiB of history at the front
+            std::copy(buf.begin() + dstIdx - kHistory, buf.begin() + dstIdx, buf.begin());
+            dstIdx = kHistory;
         }
     }
 }
