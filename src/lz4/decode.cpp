@@ -139,48 +139,68 @@ private:
         const ptrdiff_t inMemory = C == Core::Separate ? history_ - dictSize_ : history_;
         const uintptr_t lowMem = reinterpret_cast<uintptr_t>(out_) - static_cast<uintptr_t>(inMemory);
         while (ip <= ilimit && op <= olimit) {
-            const uint8_t* p = ip;
-            const uint32_t token = *p++;
-            uint32_t lit = token >> 4;
-            uint8_t* m;
-            if (__builtin_expect(lit < 15, 1)) {
-                // The common case needs no test: the unit stays inside both margins, and the
-                // run ends far enough from the source end that no end rule can apply to it.
-                Copy16(op, p);
-                m = op + lit;
-                p += lit;
+            const uint32_t token = *ip;
+            size_t lit = token >> 4;
+            const uint8_t* after = ip + 3;  // the next token's place with no literals (offset in between)
+            if (__builtin_expect(lit != 15, 1)) {
+                Copy16(op, ip + 1);
             } else {
-                // The first length byte lies inside the source margin; most runs end there.
+                const uint8_t* p = ip + 1;
                 const uint32_t b = *p++;
-                lit += b;
-                if (b == 255 && ReadRun(p, iend, lit) != RunEnd::Done) break;
+                uint32_t run = 15 + b;
+                if (b == 255 && ReadRun(p, iend, run) != RunEnd::Done) break;
+                lit = run;
                 if (static_cast<ptrdiff_t>(lit) > ilimit - p ||
                     (lit > kShortLiterals && static_cast<ptrdiff_t>(lit) > olimit - op)) {
                     break;
                 }
                 CopyWide(op, p, lit);
-                m = op + lit;
-                p += lit;
+                after = p + 2;
             }
-            const size_t off = load_u16le(p);
-            p += 2;
-            uint32_t mlen = token & 15;
+            const uint8_t* p = after + lit;
+            uint8_t* const m = op + lit;
+            const size_t off = load_u16le(p - 2);
+            size_t mlen = token & 15;
             const uintptr_t from = reinterpret_cast<uintptr_t>(m) - off;
-            if (__builtin_expect(mlen != 15 && off >= 8, 1) && __builtin_expect(from >= lowMem, 1)) {
-                // At most 18 bytes from at least 8 back: three 8-byte moves, each reading
-                // bytes already final (the second and third may come from the one before).
-                const uint8_t* const match = m - off;
-                Copy8(m, match);
-                Copy8(m + 8, match + 8);
-                Copy8(m + 16, match + 16);
-                ip = p;
-                op = m + mlen + kMinMatch;
-                continue;
-            }
-            if (mlen == 15) {
+            if (__builtin_expect(mlen != 15, 1)) {
+                if (__builtin_expect(from >= lowMem, 1)) {
+                    const uint8_t* const match = m - off;
+                    if (__builtin_expect(off >= 16, 1)) {
+                        Copy16(m, match);
+                        store_u16le(m + 16, load_u16le(match + 16));
+                        ip = p;
+                        op = m + mlen + kMinMatch;
+                        continue;
+                    }
+                    if (off >= 8) {
+                        Copy8(m, match);
+                        Copy8(m + 8, match + 8);
+                        Copy8(m + 16, match + 16);
+                        ip = p;
+                        op = m + mlen + kMinMatch;
+                        continue;
+                    }
+                }
+            } else {
                 const uint32_t b = *p++;  // still inside the source margin
-                mlen += b;
-                if (b == 255 && ReadRun(p, iend, mlen) != RunEnd::Done) break;
+                uint32_t run = 15 + b;
+                if (b == 255 && ReadRun(p, iend, run) != RunEnd::Done) break;
+                mlen = run + kMinMatch;
+                if (__builtin_expect(from >= lowMem, 1) && __builtin_expect(off >= 16, 1) &&
+                    __builtin_expect(static_cast<ptrdiff_t>(mlen) <= olimit - m, 1)) {
+                    const uint8_t* const match = m - off;
+                    Copy16(m, match);
+                    Copy16(m + 16, match + 16);
+                    Copy16(m + 32, match + 32);
+                    Copy16(m + 48, match + 48);
+                    if (__builtin_expect(mlen > 64, 0)) {
+                        MatchCopyWide(m + 64, off, mlen - 64);
+                    }
+                    ip = p;
+                    op = m + mlen;
+                    continue;
+                }
+                mlen -= kMinMatch;
             }
             mlen += kMinMatch;
             if (static_cast<ptrdiff_t>(mlen) > olimit - m || static_cast<ptrdiff_t>(off) > m - lowest) {
