@@ -138,8 +138,10 @@ private:
         // elsewhere, so a match that reaches before this one takes the long way.
         const ptrdiff_t inMemory = C == Core::Separate ? history_ - dictSize_ : history_;
         const uintptr_t lowMem = reinterpret_cast<uintptr_t>(out_) - static_cast<uintptr_t>(inMemory);
+        // The token of the next sequence is loaded as soon as its place is known, at the end
+        // of the sequence before (in the common case from the literal count alone).
+        uint32_t token = ip <= ilimit && op <= olimit ? *ip : 0;
         while (ip <= ilimit && op <= olimit) {
-            const uint32_t token = *ip;
             size_t lit = token >> 4;
             const uint8_t* after = ip + 3;  // the next token's place with no literals (offset in between)
             if (__builtin_expect(lit != 15, 1)) {
@@ -158,6 +160,11 @@ private:
                 after = p + 2;
             }
             const uint8_t* p = after + lit;
+            // p is the next token's place unless the match is long. The token is loaded with
+            // `after` and the count as the address (no addition before the load); the compiler
+            // would reuse p, one addition later, without a copy of `after` it cannot see through.
+            const uint8_t* nextToken = after;
+            asm("" : "+r"(nextToken));
             uint8_t* const m = op + lit;
             const size_t off = load_u16le(p - 2);
             size_t mlen = token & 15;
@@ -168,6 +175,7 @@ private:
                     if (__builtin_expect(off >= 16, 1)) {
                         Copy16(m, match);
                         store_u16le(m + 16, load_u16le(match + 16));
+                        token = nextToken[lit];
                         ip = p;
                         op = m + mlen + kMinMatch;
                         continue;
@@ -176,6 +184,7 @@ private:
                         Copy8(m, match);
                         Copy8(m + 8, match + 8);
                         Copy8(m + 16, match + 16);
+                        token = nextToken[lit];
                         ip = p;
                         op = m + mlen + kMinMatch;
                         continue;
@@ -198,6 +207,7 @@ private:
                     }
                     ip = p;
                     op = m + mlen;
+                    token = ip <= ilimit ? *ip : 0;
                     continue;
                 }
                 mlen -= kMinMatch;
@@ -215,6 +225,7 @@ private:
             }
             ip = p;
             op = m + mlen;
+            token = ip <= ilimit ? *ip : 0;
         }
         ipInOut = ip;
         opInOut = op;
