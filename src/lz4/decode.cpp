@@ -152,11 +152,19 @@ private:
                 uint32_t run = 15 + b;
                 if (b == 255 && ReadRun(p, iend, run) != RunEnd::Done) break;
                 lit = run;
-                if (static_cast<ptrdiff_t>(lit) > ilimit - p ||
-                    (lit > kShortLiterals && static_cast<ptrdiff_t>(lit) > olimit - op)) {
+                // One test for both ends, no branch between them: a run above kShortLiterals
+                // must also end before the destination margin.
+                const ptrdiff_t outRoom = std::max<ptrdiff_t>(kShortLiterals, olimit - op);
+                if ((static_cast<ptrdiff_t>(lit) > ilimit - p) | (static_cast<ptrdiff_t>(lit) > outRoom)) {
                     break;
                 }
-                CopyWide(op, p, lit);
+                // Runs of 15 to 32 bytes, most of the long ones, in two units without a loop
+                // test (both stay inside the margins).
+                Copy16(op, p);
+                Copy16(op + 16, p + 16);
+                if (__builtin_expect(lit > 32, 0)) {
+                    CopyWide(op + 32, p + 32, lit - 32);
+                }
                 after = p + 2;
             }
             const uint8_t* p = after + lit;
