@@ -123,8 +123,10 @@ private:
     // left untouched for the careful path, so that both paths give the same result. A
     // function of its own with all state in local variables: the loop then keeps it in
     // registers (stores into the destination could alias the members, and the careful
-    // path's code would compete for registers).
-    [[gnu::noinline]] void FastLoop(const uint8_t*& ipInOut, uint8_t*& opInOut) const {
+    // path's code would compete for registers). Its start on a 64-byte line and the common
+    // sequence's code on a line of its own (below) fix where the hot loop falls: moved by a
+    // few bytes, with a branch across a line end, it ran up to a quarter slower.
+    [[gnu::noinline, gnu::aligned(64)]] void FastLoop(const uint8_t*& ipInOut, uint8_t*& opInOut) const {
         if (iend_ - src_ < kSrcMargin || oend_ - out_ < kDstMargin) {
             return;
         }
@@ -145,6 +147,9 @@ private:
             size_t lit = token >> 4;
             const uint8_t* after = ip + 3;  // the next token's place with no literals (offset in between)
             if (__builtin_expect(lit != 15, 1)) {
+                // Reached only by the loop's branch back (the code before it ends in a jump):
+                // the padding is never executed.
+                asm(".p2align 6");
                 Copy16(op, ip + 1);
             } else {
                 const uint8_t* p = ip + 1;
