@@ -183,40 +183,39 @@ private:
             size_t mlen = token & 15;
             const uintptr_t from = reinterpret_cast<uintptr_t>(m) - off;
             if (__builtin_expect(mlen != 15, 1)) {
-                if (__builtin_expect(from >= lowMem, 1)) {
+                if (__builtin_expect(off >= 8, 1) && __builtin_expect(from >= lowMem, 1)) {
+                    // At most 18 bytes from at least 8 back: two 8-byte moves and a 2-byte one,
+                    // each reading bytes already final (the second and third may read what the
+                    // moves before them stored). One test for every offset from 8: a wider
+                    // first unit for offsets from 16 cost a branch that offsets 8 to 15 miss.
                     const uint8_t* const match = m - off;
-                    if (__builtin_expect(off >= 16, 1)) {
-                        Copy16(m, match);
-                        store_u16le(m + 16, load_u16le(match + 16));
-                        token = nextToken[lit];
-                        ip = p;
-                        op = m + mlen + kMinMatch;
-                        continue;
-                    }
-                    if (off >= 8) {
-                        Copy8(m, match);
-                        Copy8(m + 8, match + 8);
-                        Copy8(m + 16, match + 16);
-                        token = nextToken[lit];
-                        ip = p;
-                        op = m + mlen + kMinMatch;
-                        continue;
-                    }
+                    Copy8(m, match);
+                    Copy8(m + 8, match + 8);
+                    store_u16le(m + 16, load_u16le(match + 16));
+                    token = nextToken[lit];
+                    ip = p;
+                    op = m + mlen + kMinMatch;
+                    continue;
                 }
             } else {
                 const uint32_t b = *p++;  // still inside the source margin
                 uint32_t run = 15 + b;
                 if (b == 255 && ReadRun(p, iend, run) != RunEnd::Done) break;
                 mlen = run + kMinMatch;
-                if (__builtin_expect(from >= lowMem, 1) && __builtin_expect(off >= 16, 1) &&
-                    __builtin_expect(static_cast<ptrdiff_t>(mlen) <= olimit - m, 1)) {
+                if (__builtin_expect(from >= lowMem, 1) && __builtin_expect(static_cast<ptrdiff_t>(mlen) <= olimit - m, 1) &&
+                    __builtin_expect(off != 0, 1)) {
                     const uint8_t* const match = m - off;
-                    Copy16(m, match);
-                    Copy16(m + 16, match + 16);
-                    Copy16(m + 32, match + 32);
-                    Copy16(m + 48, match + 48);
-                    if (__builtin_expect(mlen > 64, 0)) {
-                        MatchCopyWide(m + 64, off, mlen - 64);
+                    if (__builtin_expect(off >= 16, 1)) {
+                        Copy16(m, match);
+                        Copy16(m + 16, match + 16);
+                        Copy16(m + 32, match + 32);
+                        Copy16(m + 48, match + 48);
+                        if (__builtin_expect(mlen > 64, 0)) {
+                            MatchCopyWide(m + 64, off, mlen - 64);
+                        }
+                    } else {
+                        // A period below 16 repeated over at least 19 bytes.
+                        match_copy_detail::StorePattern(m, off, mlen);
                     }
                     ip = p;
                     op = m + mlen;
