@@ -197,6 +197,18 @@ private:
                     op = m + mlen + kMinMatch;
                     continue;
                 }
+                if (off != 0 && from >= lowMem) {
+                    // A period of 1 to 7: its 16-byte pattern twice, the second at the largest
+                    // multiple of the period in 16 bytes (at least 12, so 18 bytes are covered).
+                    using match_copy_detail::kOffsetTables;
+                    const __m128i v = match_copy_detail::RepeatPattern(m, off);
+                    _mm_storeu_si128(reinterpret_cast<__m128i*>(m), v);
+                    _mm_storeu_si128(reinterpret_cast<__m128i*>(m + kOffsetTables.stride[off]), v);
+                    token = nextToken[lit];
+                    ip = p;
+                    op = m + mlen + kMinMatch;
+                    continue;
+                }
             } else {
                 const uint32_t b = *p++;  // still inside the source margin
                 uint32_t run = 15 + b;
