@@ -163,13 +163,14 @@ private:
                 if ((static_cast<ptrdiff_t>(lit) > ilimit - p) | (static_cast<ptrdiff_t>(lit) > outRoom)) {
                     break;
                 }
-                // Runs of 15 to 32 bytes, most of the long ones, in two units without a loop
-                // test (both stay inside the margins).
-                Copy16(op, p);
-                Copy16(op + 16, p + 16);
-                if (__builtin_expect(lit > 32, 0)) {
-                    CopyWide(op + 32, p + 32, lit - 32);
-                }
+                // In 32-byte steps, reading and writing up to 31 bytes past the run: inside
+                // both margins (a run above kShortLiterals ends before the destination's).
+                size_t i = 0;
+                do {
+                    Copy16(op + i, p + i);
+                    Copy16(op + i + 16, p + i + 16);
+                    i += 32;
+                } while (i < lit);
                 after = p + 2;
             }
             const uint8_t* p = after + lit;
