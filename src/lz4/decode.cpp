@@ -218,17 +218,34 @@ private:
                 if (__builtin_expect(from >= lowMem, 1) && __builtin_expect(static_cast<ptrdiff_t>(mlen) <= olimit - m, 1) &&
                     __builtin_expect(off != 0, 1)) {
                     const uint8_t* const match = m - off;
+                    // Up to 31 bytes past the match: inside the destination margin.
                     if (__builtin_expect(off >= 16, 1)) {
                         Copy16(m, match);
                         Copy16(m + 16, match + 16);
                         Copy16(m + 32, match + 32);
                         Copy16(m + 48, match + 48);
                         if (__builtin_expect(mlen > 64, 0)) {
-                            MatchCopyWide(m + 64, off, mlen - 64);
+                            if (off >= 32) {
+                                // Both halves of a step come from before it.
+                                for (size_t i = 64; i < mlen; i += 32) {
+                                    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(match + i));
+                                    const __m128i b2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(match + i + 16));
+                                    _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i), a);
+                                    _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i + 16), b2);
+                                }
+                            } else {
+                                for (size_t i = 64; i < mlen; i += 16) Copy16(m + i, match + i);
+                            }
                         }
                     } else {
-                        // A period below 16 repeated over at least 19 bytes.
-                        match_copy_detail::StorePattern(m, off, mlen);
+                        // A period below 16 repeated over at least 19 bytes: its pattern stored
+                        // at multiples of the period, two units a step.
+                        const __m128i v = match_copy_detail::RepeatPattern(m, off);
+                        const size_t stride = match_copy_detail::kOffsetTables.stride[off];
+                        for (size_t i = 0; i < mlen; i += 2 * stride) {
+                            _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i), v);
+                            _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i + stride), v);
+                        }
                     }
                     ip = p;
                     op = m + mlen;
