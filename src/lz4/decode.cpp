@@ -228,10 +228,10 @@ private:
                             if (off >= 32) {
                                 // Both halves of a step come from before it.
                                 for (size_t i = 64; i < mlen; i += 32) {
-                                    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(match + i));
-                                    const __m128i b2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(match + i + 16));
-                                    _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i), a);
-                                    _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i + 16), b2);
+                                    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(match + i));
+                                    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(match + i + 16));
+                                    _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i), lo);
+                                    _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i + 16), hi);
                                 }
                             } else {
                                 for (size_t i = 64; i < mlen; i += 16) Copy16(m + i, match + i);
