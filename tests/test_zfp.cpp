@@ -351,12 +351,17 @@ TEST(ZfpBlock, EdgeCasesOfBothCoders) {
 TEST(ZfpStream, EndOfBuffer) {
     const std::vector<float> ones(64, 1.0f);
     uint8_t one[1] = {0x77};
-    // A one-byte buffer: the first word fails, pCur stays, and Flush gets out one byte.
+    // A one-byte buffer: the first word fails, the next block fails on the word still held,
+    // pCur stays, and Flush gets out one byte. A padded zero block fails in its padding.
     ZfpState s = Started(one, 1);
+    EXPECT_EQ(zyrsEncodeZfp444_32f(ones.data(), 16, 64, &s), StatusStreamExhausted);
     EXPECT_EQ(zyrsEncodeZfp444_32f(ones.data(), 16, 64, &s), StatusStreamExhausted);
     EXPECT_EQ(s.pCur, one);
     EXPECT_EQ(zyrsEncodeZfpFlush_32f(&s), StatusStreamExhausted);
     EXPECT_EQ(s.pCur, one + 1);
+    ZfpState padded = Started(one, 1, Rate(1));
+    EXPECT_EQ(zyrsEncodeZfp444_32f(std::vector<float>(64).data(), 16, 64, &padded), StatusStreamExhausted);
+    EXPECT_EQ(padded.pCur, one);
 
     // Eight bytes hold a block under 64 bits and the flush; the next block's word does not fit.
     GuardedBuffer eight(8);
@@ -478,14 +483,12 @@ TEST(ZfpRoundTrip, StridedLayouts) {
 // ---- vector kernels and coders against their twins --------------------------------------------
 
 // Transform inputs within +-(2^30 - 1), often at the extremes, and any 32-bit words for the
-// inverse transform (the lifting wraps around) and the bit-plane transposition; random blocks
-// and parameters coded into roomy and tight buffers, and random streams decoded: the vector
-// kernels and coders leave the same words, bytes, records and values as their twins (the
-// fuzz harnesses compare the coders on many more blocks and streams).
-TEST(ZfpTwins, VectorMatchesScalar) {
-    std::mt19937 rng(17), crng(31);  // kernels, coders
+// inverse transform (the lifting wraps around) and the bit-plane transposition: the vector
+// kernels leave the same words as their twins. The block coders are held against their
+// twins by the fuzz harnesses (fuzz_zfp_encode, fuzz_zfp) and by the edge cases above.
+TEST(ZfpTwins, VectorKernelsMatchScalar) {
+    std::mt19937 rng(17);
     constexpr int32_t M = (1 << 30) - 1;
-    const float oddValues[] = {0.0f, -0.0f, 1.0f, 0x1p-140f, 0x1p-100f, 3e38f, INFINITY, NAN};
     for (int round = 0; round < 600; ++round) {
         SCOPED_TRACE(round);
         alignas(16) int32_t v[64], s[64], in[64];
@@ -516,34 +519,6 @@ TEST(ZfpTwins, VectorMatchesScalar) {
         zfp::PlanesToWordsScalar(planes[0], back[1]);
         ASSERT_EQ(std::memcmp(planes[0], planes[1], sizeof planes[0]), 0) << "planes";
         ASSERT_TRUE(std::memcmp(w, back[0], sizeof w) == 0 && std::memcmp(w, back[1], sizeof w) == 0);
-
-        const ZfpParams p{static_cast<int32_t>(crng() % 4300), static_cast<int32_t>(crng() % 4300),
-                          static_cast<int32_t>(crng() % 70), static_cast<int32_t>(crng() % 250) - 200};
-        Field f = MakeField(kKinds[round % 5], 8, 4, 4, static_cast<uint32_t>(round));
-        if (round % 7 == 0) f.v[crng() % f.v.size()] = oddValues[crng() % 8];
-        const auto room = static_cast<int32_t>(round % 3 == 0 ? 1 + crng() % 600 : 4000);
-        Bytes out1(static_cast<size_t>(room)), out2(out1);
-        ZfpState s1 = Started(out1.data(), room, p), s2 = Started(out2.data(), room, p);
-        for (int x = 0; x < 8; x += 4) {
-            ASSERT_EQ(zfp::EncodeBlock(s1, &f.v[x], 32, 128), zfp::EncodeBlockScalar(s2, &f.v[x], 32, 128));
-        }
-        ASSERT_EQ(std::memcmp(&s1.bitCount, &s2.bitCount, 12), 0);
-        ASSERT_EQ(s1.pCur - s1.pBegin, s2.pCur - s2.pBegin);
-        ASSERT_EQ(out1, out2);
-        auto stream = round % 2 ? out1 : zyrdc::test::RandomBytes(1 + crng() % 700, uint32_t(round));
-        std::vector<float> v1(128, 1.0f), v2(v1);
-        ZfpState d1, d2;
-        zyrsDecodeZfpInit_32f(stream.data(), static_cast<int32_t>(stream.size()), &d1);
-        zyrsDecodeZfpSet_32f(p.minBits, p.maxBits, p.maxPrec, p.minExp, &d1);
-        d2 = d1;
-        for (int x = 0; x < 8; x += 4) {
-            const ZyrStatus r1 = zfp::DecodeBlock(d1, &v1[static_cast<size_t>(x)], 32, 128);
-            ASSERT_EQ(r1, zfp::DecodeBlockScalar(d2, &v2[static_cast<size_t>(x)], 32, 128));
-            if (r1 != StatusOk) break;
-        }
-        ASSERT_EQ(std::memcmp(&d1.bitCount, &d2.bitCount, 12), 0);
-        ASSERT_EQ(d1.pCur, d2.pCur);
-        ASSERT_EQ(std::memcmp(v1.data(), v2.data(), 4 * v1.size()), 0);
     }
 }
 
