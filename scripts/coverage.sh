@@ -15,7 +15,7 @@ find build/coverage -name '*.gcda' -delete
 # library dependencies) that gcov's runtime changes on purpose.
 ctest --preset coverage -j "${jobs}" ${1:+-R "$1"} >build/coverage/ctest.log 2>&1 ||
   echo "coverage: some tests failed in the coverage build (see build/coverage/ctest.log)"
-gcovr -r . build/coverage --filter 'src/' --json build/coverage/lines.json >/dev/null
+gcovr -r . build/coverage --filter 'src/' --gcov-ignore-parse-errors --json build/coverage/lines.json >/dev/null
 gcovr -r . --add-tracefile build/coverage/lines.json --sort-uncovered \
   --txt build/coverage/files.txt >/dev/null
 python3 - <<'PY'
