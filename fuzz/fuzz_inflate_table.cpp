@@ -21,6 +21,13 @@
 
 namespace {
 
+// The 16-bit word at a byte offset of the decoding record.
+uint16_t U16(const InflateHuffTable& t, size_t byteOffset) {
+    uint16_t v;
+    std::memcpy(&v, reinterpret_cast<const uint8_t*>(&t) + byteOffset, 2);
+    return v;
+}
+
 void Check(bool ok) {
     if (!ok) __builtin_trap();
 }
@@ -45,20 +52,20 @@ bool KraftAccepts(const uint16_t* lens, uint32_t n, bool emptyOk, int* longest) 
 std::pair<int, int> Walk(const InflateHuffTable& t, uint32_t bits, bool distance) {
     uint32_t e;
     if (t.header[2] == 1) {
-        e = zyrdc::test::U16(t, 40 + 2 * ((distance ? 1024 : 0) + (bits & 1023)));
+        e = U16(t, 40 + 2 * ((distance ? 1024 : 0) + (bits & 1023)));
         if ((e & 15) == 0) {
             const uint32_t w = (e >> 4) & 7;
-            e = zyrdc::test::U16(t, 40 + 2 * (2048 + 4 * (e >> 7) + ((bits >> 10) & ((1u << w) - 1))));
+            e = U16(t, 40 + 2 * (2048 + 4 * (e >> 7) + ((bits >> 10) & ((1u << w) - 1))));
         }
         if (distance) return {static_cast<int>(e >> 8), static_cast<int>(e & 15)};
     } else if (distance) {
         const size_t start = 40 + (2u << t.header[8]), index = bits & ((1u << t.header[9]) - 1);
-        const uint16_t base = zyrdc::test::U16(t, start + 1024 + 2 * index);
+        const uint16_t base = U16(t, start + 1024 + 2 * index);
         return {static_cast<int>(std::find(zyrdc::test::kDistBase, zyrdc::test::kDistBase + 30, base) -
                                  zyrdc::test::kDistBase),
                 reinterpret_cast<const uint8_t*>(&t)[start + index] & 15};
     } else {
-        e = zyrdc::test::U16(t, 40 + 2 * (bits & ((1u << t.header[8]) - 1)));
+        e = U16(t, 40 + 2 * (bits & ((1u << t.header[8]) - 1)));
     }
     const int n = static_cast<int>(e & 15), kind = static_cast<int>((e >> 4) & 15);
     if (kind == 0) return {static_cast<int>(e >> 8), n};

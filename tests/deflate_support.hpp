@@ -1,7 +1,5 @@
-// deflate_support.hpp - helpers of the Deflate and Inflate tests (and of two fuzz harnesses and
-// the zyrdc program's Deflate tests): varied data, re-expansion of the matcher's streams,
-// canonical codes, a bit writer, decoding by zyrsInflate_8u one-shot and in pieces, and by
-// whichever peer this build has.
+// deflate_support.hpp - helpers of the Deflate and Inflate tests, two fuzz harnesses and the zyrdc
+// program's Deflate tests: data, codes, a bit writer, and decoding here and by the peer.
 #pragma once
 
 #include <algorithm>
@@ -9,7 +7,6 @@
 #include <cstring>
 #include <optional>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "zyrdc.h"
@@ -101,20 +98,11 @@ inline std::vector<HuffCodeEntry> CanonicalCodes(const std::vector<uint8_t>& len
     return codes;
 }
 
-// The fixed literal/length code of 288 symbols and the fixed distance code of 32 (the last
-// two of each never valid in a stream).
+// The fixed literal/length code of 288 symbols (the last two never valid in a stream).
 inline std::vector<HuffCodeEntry> FixedLitCodes() {
     std::vector<uint8_t> lens(288);
     for (int s = 0; s < 288; ++s) lens[s] = static_cast<uint8_t>(s < 144 ? 8 : s < 256 ? 9 : s < 280 ? 7 : 8);
     return CanonicalCodes(lens);
-}
-inline std::vector<HuffCodeEntry> FixedDistCodes() { return CanonicalCodes(std::vector<uint8_t>(32, 5)); }
-
-// The 16-bit word at a byte offset of the decoding record.
-inline uint16_t U16(const InflateHuffTable& t, size_t byteOffset) {
-    uint16_t v;
-    std::memcpy(&v, reinterpret_cast<const uint8_t*>(&t) + byteOffset, 2);
-    return v;
 }
 
 inline bool HavePeerInflate() {
@@ -206,7 +194,6 @@ struct BitWriter {
         }
     }
     void Code(const HuffCodeEntry& e) { Put(e.code, e.len); }
-    void Align() { n = static_cast<uint32_t>(bytes.size() * 8); }
 };
 
 }  // namespace zyrdc::test

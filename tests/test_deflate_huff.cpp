@@ -1,7 +1,5 @@
-// Deflate Huffman coding against a bit-at-a-time reference built from RFC 1951's base tables,
-// in one call and split, around the vector path, with the pending bits handed over; nothing
-// written past the final index. (A peer inflates the coder's blocks at every level in the
-// zyrdc program's Deflate writer tests.)
+// Deflate Huffman coding against a bit-at-a-time reference, whole and split (pending bits handed
+// over), on both paths; nothing written past the final index. (Peer: the program's writer tests.)
 #include <gtest/gtest.h>
 
 #include <random>
