@@ -11,6 +11,7 @@
 #include "core/copy.hpp"
 #include "core/match_copy.hpp"
 #include "lz4/lz4.hpp"
+#include "lz4/sequences.hpp"
 
 namespace zyrdc::lz4 {
 
@@ -183,21 +184,10 @@ ZYRDC_INLINE uint32_t LengthAfterWord(const uint8_t* src, uint32_t pos, uint32_t
                                        _mm_loadu_si128(reinterpret_cast<const __m128i*>(c + 4)));
     const uint32_t differ4 = (static_cast<uint32_t>(_mm_movemask_epi8(eq4)) ^ 0xFFFF) | 0x8000;
     uint32_t len = kMinMatch + static_cast<uint32_t>(__builtin_ctz(differ4));
-    if (len < 19) {
+    if (len < 19 || len >= limit) {
         return std::min(len, limit);
     }
-    for (; len + 16 <= limit; len += 16) {
-        const __m128i eq = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + len)),
-                                          _mm_loadu_si128(reinterpret_cast<const __m128i*>(c + len)));
-        const uint32_t differ = static_cast<uint32_t>(_mm_movemask_epi8(eq)) ^ 0xFFFF;
-        if (differ != 0) return len + static_cast<uint32_t>(__builtin_ctz(differ));
-    }
-    for (; len + 8 <= limit; len += 8) {
-        const uint64_t z = load_u64le(p + len) ^ load_u64le(c + len);
-        if (z != 0) return len + static_cast<uint32_t>(__builtin_ctzll(z)) / 8;
-    }
-    while (len < limit && p[len] == c[len]) ++len;
-    return std::min(len, limit);
+    return len + CommonLength(p + len, c + len, limit - len);
 }
 
 // Bytes equal just before pos and cand, at most `most` (at most pos - 1 and cand): the last
