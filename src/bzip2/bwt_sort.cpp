@@ -57,6 +57,17 @@ uint32_t WordAt(const uint8_t* p) { return byte_swap32(load_u32le(p)); }
 // bytes before the deciding one (len when the two are equal).
 int CompareRotations(const uint8_t* a, const uint8_t* b, uint32_t len, uint32_t& matched) {
     uint32_t i = 0;
+    // Sixteen bytes a step while they lie within the rotations, then words, then bytes.
+    for (; i + 16 <= len; i += 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i));
+        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i));
+        const auto differ = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y))) ^ 0xFFFFu;
+        if (differ != 0) {
+            const uint32_t k = i + static_cast<uint32_t>(__builtin_ctz(differ));
+            matched = k;
+            return a[k] < b[k] ? -1 : 1;
+        }
+    }
     for (; i + 4 <= len; i += 4) {
         const uint32_t x = WordAt(a + i), y = WordAt(b + i);
         if (x != y) {
