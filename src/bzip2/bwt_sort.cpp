@@ -10,6 +10,8 @@
 #include <array>
 #include <cstring>
 
+#include <emmintrin.h>
+
 #include "bzip2/bzip2.hpp"
 #include "core/bits.hpp"
 
@@ -55,6 +57,17 @@ uint32_t WordAt(const uint8_t* p) { return byte_swap32(load_u32le(p)); }
 // bytes before the deciding one (len when the two are equal).
 int CompareRotations(const uint8_t* a, const uint8_t* b, uint32_t len, uint32_t& matched) {
     uint32_t i = 0;
+    // Sixteen bytes a step while they lie within the rotations, then words, then bytes.
+    for (; i + 16 <= len; i += 16) {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i));
+        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i));
+        const auto differ = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y))) ^ 0xFFFFu;
+        if (differ != 0) {
+            const uint32_t k = i + static_cast<uint32_t>(__builtin_ctz(differ));
+            matched = k;
+            return a[k] < b[k] ? -1 : 1;
+        }
+    }
     for (; i + 4 <= len; i += 4) {
         const uint32_t x = WordAt(a + i), y = WordAt(b + i);
         if (x != y) {
@@ -309,45 +322,107 @@ bool BucketSort(const uint8_t* text, uint32_t n, uint32_t* sa, uint32_t* bucket_
     return true;
 }
 
-// ---- share of long repeats ---------------------------------------------------------------------
+// ---- long repeats ----------------------------------------------------------------------------
 //
 // The bucket sort's cost grows with the length of the prefixes that its selected starts share,
-// so a block where most 32-byte strings occur more than once runs out of budget (or comes
-// close to it) and is better given to the induced sort at once. The estimate looks at a
-// sample: positions that are multiples of 256, and positions whose four bytes hash into one
-// value of 64 (so that a string repeated at any distance is sampled at both places), except
-// strings of one byte value. Each
-// sampled string's 64-bit hash goes into an open-addressed table; a hash found already counts
-// as a repeat. A false match only costs speed.
+// so a block where most 32-byte strings occur more than once, or where some strings repeat
+// over thousands of bytes, runs out of budget (or comes close to it) and is better given to
+// the induced sort at once. The estimate looks at a sample: positions that are multiples of
+// 256, and positions whose four bytes hash into one value of 64 (so that a string repeated at
+// any distance is sampled at both places; runs of zero bytes never hash there), except strings
+// of one byte value. Each sampled string's hash goes into an open-addressed table with its
+// position. A hash found already is checked and extended against the earlier place, eight
+// bytes at a time; the samples inside the repeat are then skipped but counted as repeats, so
+// that every byte is extended at most once and the probe stays linear.
 
-uint32_t RepeatShare(const uint8_t* text, uint32_t n, uint64_t* table) {
-    constexpr uint32_t kWindow = 32, kSlots = kRepeatTableSlots, kProbes = 4;
+namespace {
+
+constexpr uint32_t kProbeWindow = 32;
+
+// Bit k set when position i + k (k < 16) is sampled by its content. Its four bytes are two
+// 16-bit pairs, mixed by 16-bit multiplies: positions i, i+2, .. from the loads at i and i + 2,
+// the odd ones from the loads at i + 1 and i + 3. Reads text[i .. i + 19).
+uint32_t SampledByContent(const uint8_t* t) {
+    const __m128i k1 = _mm_set1_epi16(static_cast<int16_t>(0x9E37));
+    const __m128i k2 = _mm_set1_epi16(static_cast<int16_t>(0x79B9));
+    const __m128i pick = _mm_set1_epi16(0x15);  // the mix of a zero word is zero
+    const auto hit = [&](const uint8_t* q) {
+        const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+        const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q + 2));
+        const __m128i h = _mm_add_epi16(_mm_mullo_epi16(lo, k1), _mm_mullo_epi16(hi, k2));
+        return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi16(_mm_srli_epi16(h, 10), pick)));
+    };
+    return (hit(t) & 0x5555u) | (hit(t + 1) & 0xAAAAu);
+}
+
+uint32_t EqualPrefix8(const uint8_t* a, const uint8_t* b, uint32_t limit) {
+    uint32_t len = 0;
+    while (len + 8 <= limit && load_u64le(a + len) == load_u64le(b + len)) len += 8;
+    return len;
+}
+
+}  // namespace
+
+RepeatStats ProbeRepeats(const uint8_t* text, uint32_t n, uint64_t* table) {
+    constexpr uint32_t kSlots = kRepeatTableSlots, kProbes = 4;
     std::memset(table, 0, kSlots * sizeof(uint64_t));
-    uint32_t sampled = 0, repeats = 0;
-    for (uint32_t i = 0; i + kWindow <= n; ++i) {
-        if ((i & 255) != 0 && (load_u32le(text + i) * 0x9E3779B1u) >> 26 != 0) continue;
-        uint64_t w[kWindow / 8];
-        for (uint32_t k = 0; k < kWindow / 8; ++k) w[k] = load_u64le(text + i + 8 * k);
+    uint64_t sampled = 0, repeats = 0, square_sum = 0;
+    // Samples the string at `at`; returns where the probe goes on when it lies in a repeat
+    // found now, 0 otherwise.
+    const auto sample = [&](uint32_t at) -> uint32_t {
+        uint64_t w[kProbeWindow / 8];
+        for (uint32_t k = 0; k < kProbeWindow / 8; ++k) w[k] = load_u64le(text + at + 8 * k);
         // Runs of one byte value cost the bucket sort little (one selected start a run).
         const bool one_value = w[0] == (w[0] & 0xFF) * 0x0101010101010101ull;
-        if (one_value && w[0] == w[1] && w[1] == w[2] && w[2] == w[3]) continue;
+        if (one_value && w[0] == w[1] && w[1] == w[2] && w[2] == w[3]) return 0;
         uint64_t h = 0;
         for (uint64_t x : w) h = (h ^ x) * 0x9E3779B97F4A7C15ull;
-        h |= 1;  // 0 marks a free slot
+        const uint64_t tag = (h | 1) << 32;  // 0 marks a free slot
         ++sampled;
         uint32_t slot = static_cast<uint32_t>(h >> 40) & (kSlots - 1);
         for (uint32_t probe = 0; probe < kProbes; ++probe, slot = (slot + 1) & (kSlots - 1)) {
             if (table[slot] == 0) {
-                table[slot] = h;
-                break;
+                table[slot] = tag | at;
+                return 0;
             }
-            if (table[slot] == h) {
-                ++repeats;
+            if ((table[slot] & ~uint64_t{0xFFFFFFFF}) != tag) continue;
+            // Rotations compare over n bytes; both places lie in the first copy of the block,
+            // so n - 8 more bytes are readable after either.
+            const auto earlier = static_cast<uint32_t>(table[slot]);
+            table[slot] = tag | at;
+            const uint32_t len = EqualPrefix8(text + earlier, text + at, n - 8);
+            if (len < kProbeWindow) return 0;  // two strings with one hash
+            square_sum += uint64_t{len} * len;
+            // The samples further inside the repeat would find it again: they count as
+            // repeats at the sampling rate, and the probe goes on after it.
+            const uint32_t skipped = (len - kProbeWindow) / 64;
+            sampled += skipped;
+            repeats += 1 + skipped;
+            return at + len - kProbeWindow + 1;
+        }
+        return 0;
+    };
+    for (uint32_t i = 0; i + kProbeWindow <= n;) {
+        uint32_t mask = SampledByContent(text + i);
+        const uint32_t grid = (0u - i) & 255;
+        if (grid < 16) mask |= 1u << grid;
+        if (i + 16 + kProbeWindow > n) mask &= (1u << (n - kProbeWindow - i + 1)) - 1;
+        uint32_t next = i + 16;
+        while (mask != 0) {
+            const uint32_t at = i + static_cast<uint32_t>(__builtin_ctz(mask));
+            mask &= mask - 1;
+            const uint32_t after = sample(at);
+            if (after > next) {
+                next = after;
                 break;
             }
         }
+        i = next;
     }
-    return sampled == 0 ? 0 : static_cast<uint32_t>(uint64_t{repeats} * 1000 / sampled);
+    RepeatStats r;
+    r.share = sampled == 0 ? 0 : static_cast<uint32_t>(repeats * 1000 / sampled);
+    r.square_per_byte = square_sum / n;
+    return r;
 }
 
 }  // namespace zyrdc::bzip2

@@ -85,10 +85,15 @@ int64_t MultikeyQuicksort(const uint8_t* text, uint32_t n, uint32_t* s, uint32_t
 // or with give_up_early (and a budget) also when it is being spent so fast that it would.
 bool BucketSort(const uint8_t* text, uint32_t n, uint32_t* sa, uint32_t* bucket_pos,
                 uint32_t* pair_start, int64_t budget, bool give_up_early = false);
-// Per mille of sampled 32-byte strings of the block that occur earlier in it too; `table`
-// holds kRepeatTableSlots words of 64 bits. Reads text[0..n).
+// Repeats in a sample of the block's 32-byte strings: per mille of them that occur earlier in
+// it too, and the sum of the squared lengths of the repeats found, per byte of the block.
+// `table` holds kRepeatTableSlots words of 64 bits. Reads text[0..2n).
+struct RepeatStats {
+    uint32_t share;
+    uint64_t square_per_byte;
+};
 inline constexpr uint32_t kRepeatTableSlots = 32768;
-uint32_t RepeatShare(const uint8_t* text, uint32_t n, uint64_t* table);
+RepeatStats ProbeRepeats(const uint8_t* text, uint32_t n, uint64_t* table);
 // Induced sort of all rotations of a block that is not all one byte value into sa (n words);
 // `scratch` holds 10n bytes (plus 4 per level for alignment) and needs no alignment. Only
 // text[0..n) is read.
