@@ -50,6 +50,21 @@ static_assert(1 + 16 + 2 <= kSrcMarginDict);
 inline __m128i Load16(const uint8_t* s) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)); }
 inline void StoreAligned16(uint8_t* d, __m128i v) { _mm_store_si128(reinterpret_cast<__m128i*>(d), v); }
 
+inline __m128i Broadcast(uint64_t w) { return _mm_set1_epi64x(static_cast<long long>(w)); }
+
+// The 8 bytes that follow d in a match of offset 1, 2, 4 or 8: the `off` bytes before d
+// repeated (reads d - off up to d + 7; bytes from d on are masked away).
+inline uint64_t PatternWord(const uint8_t* d, size_t off) {
+    uint64_t w = load_u64le(d - off);
+    if (off < 8) {
+        w &= (uint64_t{1} << (8 * off)) - 1;
+        w |= w << (8 * off);
+        if (off < 4) w |= w << (16 * off);
+        if (off < 2) w |= w << (32 * off);
+    }
+    return w;
+}
+
 enum class RunEnd { Done, SourceEnd, Overflow };
 
 // Adds a 255-run to `total`: bytes while they equal 255, then the first byte below 255.
@@ -286,8 +301,25 @@ private:
                                 for (size_t i = 64; i < mlen; i += 16) Copy16(m + i, match + i);
                             }
                         }
+                    } else if ((off & (off - 1)) == 0) {
+                        // A period of 1, 2, 4 or 8 over at least 19 bytes: every 16 bytes hold
+                        // the same pattern, so one unaligned head and then 64 bytes a step in
+                        // aligned stores of the pattern rotated to the first aligned place.
+                        const uint64_t word = PatternWord(m, off);
+                        _mm_storeu_si128(reinterpret_cast<__m128i*>(m), Broadcast(word));
+                        const size_t head = 16 - (reinterpret_cast<uintptr_t>(m) & 15);
+                        const unsigned rot = 8 * static_cast<unsigned>(head & (off - 1));
+                        const __m128i v = Broadcast(rot == 0 ? word : word >> rot | word << (64 - rot));
+                        size_t i = head;
+                        do {
+                            StoreAligned16(m + i, v);
+                            StoreAligned16(m + i + 16, v);
+                            StoreAligned16(m + i + 32, v);
+                            StoreAligned16(m + i + 48, v);
+                            i += 64;
+                        } while (i < mlen);
                     } else {
-                        // A period below 16 repeated over at least 19 bytes: its pattern stored
+                        // Any other period below 16 over at least 19 bytes: its pattern stored
                         // at multiples of the period, four units a step (up to 60 bytes past
                         // the match: inside the destination margin).
                         const __m128i v = match_copy_detail::RepeatPattern(m, off);
