@@ -35,13 +35,35 @@ constexpr ptrdiff_t kSeparateDstTail = 12;
 // that starts inside the destination margin with at most 32 literals and a short match
 // therefore writes nothing past the margin, and one whose run is below 15 reads at most 19
 // bytes after its token: the common case needs no test of its own. Longer runs and matches
-// are measured against the margins before they are copied.
+// are measured against the margins before they are copied; a long match then writes up to
+// 63 bytes past its end (64-byte steps), still inside the destination margin.
 constexpr ptrdiff_t kShortLiterals = 32;
+constexpr uintptr_t kShortMatchRead = 18;  // the bytes the three moves of a short match read
 static_assert(kShortLiterals + 24 <= kDstMargin);
 static_assert(kShortLiterals + static_cast<ptrdiff_t>(kWideCopySlack) <= kDstMargin);
+static_assert(kDstMargin >= 64);  // a long match writes up to 63 bytes past its end
 // Literal reads run up to 15 bytes past the run, which must end before the source margin.
-static_assert(static_cast<ptrdiff_t>(kWideCopySlack) - 1 < kSrcMarginDict && kSrcMarginDict < kSrcMarginPlain);
+static_assert(static_cast<ptrdiff_t>(kWideCopySlack) - 1 < kSrcMarginDict &&
+              kSrcMarginDict < kSrcMarginPlain);
 static_assert(1 + 16 + 2 <= kSrcMarginDict);
+
+inline __m128i Load16(const uint8_t* s) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)); }
+inline void StoreAligned16(uint8_t* d, __m128i v) { _mm_store_si128(reinterpret_cast<__m128i*>(d), v); }
+
+inline __m128i Broadcast(uint64_t w) { return _mm_set1_epi64x(static_cast<long long>(w)); }
+
+// The 8 bytes that follow d in a match of offset 1, 2, 4 or 8: the `off` bytes before d
+// repeated (reads d - off up to d + 7; bytes from d on are masked away).
+inline uint64_t PatternWord(const uint8_t* d, size_t off) {
+    uint64_t w = load_u64le(d - off);
+    if (off < 8) {
+        w &= (uint64_t{1} << (8 * off)) - 1;
+        w |= w << (8 * off);
+        if (off < 4) w |= w << (16 * off);
+        if (off < 2) w |= w << (32 * off);
+    }
+    return w;
+}
 
 enum class RunEnd { Done, SourceEnd, Overflow };
 
@@ -124,9 +146,10 @@ private:
     // function of its own with all state in local variables: the loop then keeps it in
     // registers (stores into the destination could alias the members, and the careful
     // path's code would compete for registers). Its start on a 64-byte line and the common
-    // sequence's code on a line of its own (below) fix where the hot loop falls: moved by a
+    // sequence's code on a 16-byte boundary (below) fix where the hot loop falls: moved by a
     // few bytes, with a branch across a line end, it ran up to a quarter slower.
-    [[gnu::noinline, gnu::aligned(64)]] void FastLoop(const uint8_t*& ipInOut, uint8_t*& opInOut) const {
+    [[gnu::noinline, gnu::aligned(64)]] void FastLoop(const uint8_t*& ipInOut,
+                                                      uint8_t*& opInOut) const {
         if (iend_ - src_ < kSrcMargin || oend_ - out_ < kDstMargin) {
             return;
         }
@@ -140,6 +163,15 @@ private:
         // elsewhere, so a match that reaches before this one takes the long way.
         const ptrdiff_t inMemory = C == Core::Separate ? history_ - dictSize_ : history_;
         const uintptr_t lowMem = reinterpret_cast<uintptr_t>(out_) - static_cast<uintptr_t>(inMemory);
+        // Separate dictionary: a match that starts `back` bytes before lowMem (1 <= back <=
+        // dictSize) reads its first `back` bytes from dictEnd - back, the rest with the same
+        // offset from lowMem on. The two parts lie in different memory: the dictionary part
+        // never overlaps the bytes it writes.
+        const uintptr_t dictShift =
+            C == Core::Separate ? reinterpret_cast<uintptr_t>(dict_ + dictSize_) - lowMem : 0;
+        const uintptr_t dictSize = static_cast<uintptr_t>(dictSize_);
+        // A short match reads kShortMatchRead bytes: from a back of that many up to dictSize.
+        const uintptr_t shortDictRoom = dictSize >= kShortMatchRead ? dictSize - (kShortMatchRead - 1) : 0;
         // The token of the next sequence is loaded as soon as its place is known, at the end
         // of the sequence before (in the common case from the literal count alone).
         uint32_t token = ip <= ilimit && op <= olimit ? *ip : 0;
@@ -147,9 +179,11 @@ private:
             size_t lit = token >> 4;
             const uint8_t* after = ip + 3;  // the next token's place with no literals (offset in between)
             if (__builtin_expect(lit != 15, 1)) {
-                // Reached only by the loop's branch back (the code before it ends in a jump):
-                // the padding is never executed.
-                asm(".p2align 6");
+                // Reached only by the loop's branch back, whose target the compiler places
+                // before this padding: a 64-byte boundary here cost up to five executed no-ops
+                // a sequence in one core's layout; the compiler's own alignment of the branch
+                // target leaves at most one.
+                asm(".p2align 4");
                 Copy16(op, ip + 1);
             } else {
                 const uint8_t* p = ip + 1;
@@ -198,6 +232,21 @@ private:
                     op = m + mlen + kMinMatch;
                     continue;
                 }
+                if constexpr (C == Core::Separate) {
+                    // Inside the dictionary with 18 bytes to read before its end: the same
+                    // three moves (one unsigned test: lowMem - from wraps above dictSize for a
+                    // match in memory).
+                    if (__builtin_expect(lowMem - from - kShortMatchRead < shortDictRoom, 1)) {
+                        const uint8_t* const match = reinterpret_cast<const uint8_t*>(from + dictShift);
+                        Copy8(m, match);
+                        Copy8(m + 8, match + 8);
+                        store_u16le(m + 16, load_u16le(match + 16));
+                        token = nextToken[lit];
+                        ip = p;
+                        op = m + mlen + kMinMatch;
+                        continue;
+                    }
+                }
                 if (off != 0 && from >= lowMem) {
                     // A period of 1 to 7: its 16-byte pattern twice, the second at the largest
                     // multiple of the period in 16 bytes (at least 12, so 18 bytes are covered).
@@ -215,21 +264,36 @@ private:
                 uint32_t run = 15 + b;
                 if (b == 255 && ReadRun(p, iend, run) != RunEnd::Done) break;
                 mlen = run + kMinMatch;
-                if (__builtin_expect(from >= lowMem, 1) && __builtin_expect(static_cast<ptrdiff_t>(mlen) <= olimit - m, 1) &&
+                if (__builtin_expect(from >= lowMem, 1) &&
+                    __builtin_expect(static_cast<ptrdiff_t>(mlen) <= olimit - m, 1) &&
                     __builtin_expect(off != 0, 1)) {
                     const uint8_t* const match = m - off;
-                    // Up to 31 bytes past the match: inside the destination margin.
+                    // Up to 63 bytes past the match: inside the destination margin.
                     if (__builtin_expect(off >= 16, 1)) {
                         Copy16(m, match);
                         Copy16(m + 16, match + 16);
                         Copy16(m + 32, match + 32);
                         Copy16(m + 48, match + 48);
                         if (__builtin_expect(mlen > 64, 0)) {
-                            if (off >= 32) {
+                            if (off >= 64) {
+                                // Every step reads only bytes from before it: 64 bytes a step,
+                                // the stores aligned to 16 (one that crosses a 64-byte line
+                                // costs two), from the first aligned place after 48 on.
+                                size_t i = 64 - (reinterpret_cast<uintptr_t>(m) & 15);
+                                do {
+                                    const __m128i u0 = Load16(match + i), u1 = Load16(match + i + 16);
+                                    const __m128i u2 = Load16(match + i + 32), u3 = Load16(match + i + 48);
+                                    StoreAligned16(m + i, u0);
+                                    StoreAligned16(m + i + 16, u1);
+                                    StoreAligned16(m + i + 32, u2);
+                                    StoreAligned16(m + i + 48, u3);
+                                    i += 64;
+                                } while (i < mlen);
+                            } else if (off >= 32) {
                                 // Both halves of a step come from before it.
                                 for (size_t i = 64; i < mlen; i += 32) {
-                                    const __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(match + i));
-                                    const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(match + i + 16));
+                                    const __m128i lo = Load16(match + i);
+                                    const __m128i hi = Load16(match + i + 16);
                                     _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i), lo);
                                     _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i + 16), hi);
                                 }
@@ -237,20 +301,59 @@ private:
                                 for (size_t i = 64; i < mlen; i += 16) Copy16(m + i, match + i);
                             }
                         }
+                    } else if ((off & (off - 1)) == 0) {
+                        // A period of 1, 2, 4 or 8 over at least 19 bytes: every 16 bytes hold
+                        // the same pattern, so one unaligned head and then 64 bytes a step in
+                        // aligned stores of the pattern rotated to the first aligned place.
+                        const uint64_t word = PatternWord(m, off);
+                        _mm_storeu_si128(reinterpret_cast<__m128i*>(m), Broadcast(word));
+                        const size_t head = 16 - (reinterpret_cast<uintptr_t>(m) & 15);
+                        const unsigned rot = 8 * static_cast<unsigned>(head & (off - 1));
+                        const __m128i v = Broadcast(rot == 0 ? word : word >> rot | word << (64 - rot));
+                        size_t i = head;
+                        do {
+                            StoreAligned16(m + i, v);
+                            StoreAligned16(m + i + 16, v);
+                            StoreAligned16(m + i + 32, v);
+                            StoreAligned16(m + i + 48, v);
+                            i += 64;
+                        } while (i < mlen);
                     } else {
-                        // A period below 16 repeated over at least 19 bytes: its pattern stored
-                        // at multiples of the period, two units a step.
+                        // Any other period below 16 over at least 19 bytes: its pattern stored
+                        // at multiples of the period, four units a step (up to 60 bytes past
+                        // the match: inside the destination margin).
                         const __m128i v = match_copy_detail::RepeatPattern(m, off);
                         const size_t stride = match_copy_detail::kOffsetTables.stride[off];
-                        for (size_t i = 0; i < mlen; i += 2 * stride) {
+                        for (size_t i = 0; i < mlen; i += 4 * stride) {
                             _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i), v);
                             _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i + stride), v);
+                            _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i + 2 * stride), v);
+                            _mm_storeu_si128(reinterpret_cast<__m128i*>(m + i + 3 * stride), v);
                         }
                     }
                     ip = p;
                     op = m + mlen;
                     token = ip <= ilimit ? *ip : 0;
                     continue;
+                }
+                if constexpr (C == Core::Separate) {
+                    const uintptr_t back = lowMem - from;
+                    if (back - 1 < dictSize && static_cast<ptrdiff_t>(mlen) <= olimit - m) {
+                        // Exact units from the dictionary (nothing read past its end), then
+                        // the part from lowMem on, which may overlap itself.
+                        const uint8_t* const match = reinterpret_cast<const uint8_t*>(from + dictShift);
+                        if (back >= mlen) {
+                            for (size_t i = 0; i + 16 < mlen; i += 16) Copy16(m + i, match + i);
+                            Copy16(m + mlen - 16, match + mlen - 16);
+                        } else {
+                            CopyExact(m, match, back);
+                            MatchCopyWide(m + back, off, mlen - back);
+                        }
+                        ip = p;
+                        op = m + mlen;
+                        token = ip <= ilimit ? *ip : 0;
+                        continue;
+                    }
                 }
                 mlen -= kMinMatch;
             }
