@@ -58,8 +58,11 @@ void CheckInverse(const Bytes& s, const Bytes& last, int32_t index) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 3) return 0;
-    // Length 100 to about 8 kB: the bucket sort's path, not the short-block one.
-    const size_t n = 100 + (static_cast<size_t>(data[0]) << 5 | static_cast<size_t>(data[1]) >> 3);
+    // Length 100 to about 8 kB (the bucket sort's path, not the short-block one), or nine times
+    // that when bit 2 of the second byte is set: from 32 kB the default strategy first probes the
+    // block for repeats to pick its sort, and that probe must see blocks of its own size.
+    const size_t n = (100 + (static_cast<size_t>(data[0]) << 5 | static_cast<size_t>(data[1]) >> 3)) *
+                     ((data[1] & 4) != 0 ? 9 : 1);
     const uint8_t* pattern = data + 2;
     const size_t period = size - 2;
     Bytes s(n);
