@@ -529,10 +529,11 @@ private:
         uint8_t* op = dst;
         uint32_t anchor = 0;
         uint32_t pos = first.pos, cand = first.cand, len = first.len;
+        uint32_t end = pos + len;
         for (;;) {
             const uint32_t lit = pos - anchor;
             op = WriteSequence(op, dstEnd, src + anchor, lit, pos - cand, len);
-            anchor = pos + len;
+            anchor = end;
 
             // The next match: batches of three after a short literal run, then a growing step.
             uint32_t p = anchor;
@@ -589,6 +590,9 @@ private:
             }
         found:
             len = LengthAfterWord(src, pos, cand, this->n_ - pos - kLaterMatchTail);
+            // The match's end does not move when it grows backwards: taken before, the next
+            // search's start does not wait for the backward compare.
+            end = pos + len;
             {
                 // Backwards over pending literals while the candidate has bytes before it.
                 const uint32_t back = EqualBefore(src, pos, cand, std::min(pos - anchor, cand));
