@@ -175,16 +175,17 @@ ZYRDC_INLINE uint32_t MatchLength(const uint8_t* src, uint32_t pos, uint32_t can
 
 // MatchLength for a candidate whose first word is known to match, with a limit of at least
 // 9 (and 20 bytes readable after pos): the common short matches are measured from one
-// 16-byte compare without a branch of their own, so that only lengths of 19 or more take one.
+// 16-byte compare without a branch of their own, so that only lengths of 20 or more take one.
 ZYRDC_INLINE uint32_t LengthAfterWord(const uint8_t* src, uint32_t pos, uint32_t cand, uint32_t limit) {
     const uint8_t* p = src + pos;
     const uint8_t* c = src + cand;
-    // Bytes 4 to 18 compared; bit 15 stands in for byte 19 so that the count stops there.
+    // Bytes 4 to 19 compared; the complement of the 16-bit mask has bit 16 set, which stops
+    // the count at 20 without a further operation.
     const __m128i eq4 = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 4)),
                                        _mm_loadu_si128(reinterpret_cast<const __m128i*>(c + 4)));
-    const uint32_t differ4 = (static_cast<uint32_t>(_mm_movemask_epi8(eq4)) ^ 0xFFFF) | 0x8000;
+    const uint32_t differ4 = ~static_cast<uint32_t>(_mm_movemask_epi8(eq4));
     uint32_t len = kMinMatch + static_cast<uint32_t>(__builtin_ctz(differ4));
-    if (len < 19 || len >= limit) {
+    if (len < 20 || len >= limit) {
         return std::min(len, limit);
     }
     return len + CommonLength(p + len, c + len, limit - len);
