@@ -203,10 +203,12 @@ ZYRDC_INLINE uint32_t LengthAfterWord(const uint8_t* src, uint32_t pos, uint32_t
                                        _mm_loadu_si128(reinterpret_cast<const __m128i*>(c + 4)));
     const uint32_t differ4 = ~static_cast<uint32_t>(_mm_movemask_epi8(eq4));
     uint32_t len = kMinMatch + static_cast<uint32_t>(__builtin_ctz(differ4));
-    if (len < 20 || len >= limit) {
-        return std::min(len, limit);
+    if (limit > 20) {
+        // Away from the source end the limit cannot cut the bytes compared: no select waits
+        // for it.
+        return len < 20 ? len : len + LongLength(p + len, c + len, limit - len);
     }
-    return len + LongLength(p + len, c + len, limit - len);
+    return std::min(len, limit);
 }
 
 // Bytes equal just before pos and cand, at most `most` (at most pos - 1 and cand): the last
