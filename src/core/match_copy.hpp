@@ -56,6 +56,16 @@ static_assert(kOffsetTables.stride[3] == 15 && kOffsetTables.stride[9] == 9 && k
               kOffsetTables.period[15] == 30 && kOffsetTables.period[4] == 16 &&
               kOffsetTables.period8[3] == 9 && kOffsetTables.period8[11] == 11);
 
+// The first `off` bytes of w (off 1..7) repeated over the whole word: the 8 bytes that follow
+// d in a match of offset off, when w holds the 8 bytes from d - off.
+inline uint64_t RepeatPeriod(uint64_t w, size_t off) {
+    uint64_t p = w & ((uint64_t{1} << (8 * off)) - 1);
+    p |= p << (8 * off);
+    if (off < 4) p |= p << (16 * off);
+    if (off < 2) p |= p << (32 * off);
+    return p;
+}
+
 // The 16 bytes that a match of offset 1..15 writes first, the `off` bytes before d repeated,
 // built in two 8-byte words. Reads d - off up to d + 7 at most; bytes from d on are masked
 // away, so they need only be addressable (the exact form calls this only when the match
@@ -64,12 +74,9 @@ inline __m128i RepeatPattern(const uint8_t* d, size_t off) {
     const uint8_t* s = d - off;
     uint64_t lo, hi;
     if (off < 8) {
-        // Double the period until it fills 8 bytes; the second word is the first rotated by
-        // 8 mod off bytes (where both shifted copies cover a byte they agree, so OR joins them).
-        uint64_t p = load_u64le(s) & ((uint64_t{1} << (8 * off)) - 1);
-        p |= p << (8 * off);
-        if (off < 4) p |= p << (16 * off);
-        if (off < 2) p |= p << (32 * off);
+        // The second word is the first rotated by 8 mod off bytes (where both shifted copies
+        // cover a byte they agree, so OR joins them).
+        const uint64_t p = RepeatPeriod(load_u64le(s), off);
         const unsigned r = kOffsetTables.eightMod[off];
         lo = p;
         hi = (p >> (8 * r)) | (p << (8 * (off - r)));

@@ -52,17 +52,13 @@ inline void StoreAligned16(uint8_t* d, __m128i v) { _mm_store_si128(reinterpret_
 
 inline __m128i Broadcast(uint64_t w) { return _mm_set1_epi64x(static_cast<long long>(w)); }
 
-// The 8 bytes that follow d in a match of offset 1, 2, 4 or 8: the `off` bytes before d
-// repeated (reads d - off up to d + 7; bytes from d on are masked away).
-inline uint64_t PatternWord(const uint8_t* d, size_t off) {
-    uint64_t w = load_u64le(d - off);
-    if (off < 8) {
-        w &= (uint64_t{1} << (8 * off)) - 1;
-        w |= w << (8 * off);
-        if (off < 4) w |= w << (16 * off);
-        if (off < 2) w |= w << (32 * off);
-    }
-    return w;
+// A match below 19 bytes whose source lies at least 8 bytes back (or apart, in a dictionary):
+// two 8-byte moves and a 2-byte one, each reading bytes already final (the second and third
+// may read what the moves before them stored); up to 6 bytes past the match.
+inline void CopyShortMatch(uint8_t* d, const uint8_t* s) {
+    Copy8(d, s);
+    Copy8(d + 8, s + 8);
+    store_u16le(d + 16, load_u16le(s + 16));
 }
 
 enum class RunEnd { Done, SourceEnd, Overflow };
@@ -219,14 +215,9 @@ private:
             const uintptr_t from = reinterpret_cast<uintptr_t>(m) - off;
             if (__builtin_expect(mlen != 15, 1)) {
                 if (__builtin_expect(off >= 8, 1) && __builtin_expect(from >= lowMem, 1)) {
-                    // At most 18 bytes from at least 8 back: two 8-byte moves and a 2-byte one,
-                    // each reading bytes already final (the second and third may read what the
-                    // moves before them stored). One test for every offset from 8: a wider
-                    // first unit for offsets from 16 cost a branch that offsets 8 to 15 miss.
-                    const uint8_t* const match = m - off;
-                    Copy8(m, match);
-                    Copy8(m + 8, match + 8);
-                    store_u16le(m + 16, load_u16le(match + 16));
+                    // One test for every offset from 8: a wider first unit for offsets from 16
+                    // cost a branch that offsets 8 to 15 miss.
+                    CopyShortMatch(m, m - off);
                     token = nextToken[lit];
                     ip = p;
                     op = m + mlen + kMinMatch;
@@ -237,10 +228,7 @@ private:
                     // three moves (one unsigned test: lowMem - from wraps above dictSize for a
                     // match in memory).
                     if (__builtin_expect(lowMem - from - kShortMatchRead < shortDictRoom, 1)) {
-                        const uint8_t* const match = reinterpret_cast<const uint8_t*>(from + dictShift);
-                        Copy8(m, match);
-                        Copy8(m + 8, match + 8);
-                        store_u16le(m + 16, load_u16le(match + 16));
+                        CopyShortMatch(m, reinterpret_cast<const uint8_t*>(from + dictShift));
                         token = nextToken[lit];
                         ip = p;
                         op = m + mlen + kMinMatch;
@@ -305,7 +293,8 @@ private:
                         // A period of 1, 2, 4 or 8 over at least 19 bytes: every 16 bytes hold
                         // the same pattern, so one unaligned head and then 64 bytes a step in
                         // aligned stores of the pattern rotated to the first aligned place.
-                        const uint64_t word = PatternWord(m, off);
+                        uint64_t word = load_u64le(m - off);  // a period of 8 as it stands
+                        if (off < 8) word = match_copy_detail::RepeatPeriod(word, off);
                         _mm_storeu_si128(reinterpret_cast<__m128i*>(m), Broadcast(word));
                         const size_t head = 16 - (reinterpret_cast<uintptr_t>(m) & 15);
                         const unsigned rot = 8 * static_cast<unsigned>(head & (off - 1));
